@@ -1,0 +1,37 @@
+// Site file names beneath the install root.  Names are written with "$"
+// components ("$HERON/projects/$PROJECT/$OPS/ingest.conf") and expanded from
+// the environment when the file is opened.
+#ifndef HERON_HERON_FOPEN_H
+#define HERON_HERON_FOPEN_H
+
+#include <stdio.h>
+
+#ifdef __cplusplus
+#include <string>
+extern "C" {
+#endif
+
+// Expands every path component that starts with "$" from the environment
+// (unset variables stay as written), collapses runs of slashes and drops a
+// trailing slash.  Returns a malloc'ed string for free(), or null when
+// memory runs out.
+char* heron_expand_name(const char* name);
+
+// fopen of the expanded name; on failure prints the system error prefixed by
+// the expanded path and returns null.
+FILE* heron_fopen(const char* name, const char* mode);
+
+// Opens a calibration file.  An absolute (expanded) name is opened as it is;
+// a relative one is looked for in $HERON/projects/$PROJECT/cal_files and then
+// in $HERON/cal_files.  On failure prints why and returns null.
+FILE* heron_cal_fopen(const char* name, const char* mode);
+
+#ifdef __cplusplus
+}
+
+// Expands fname in place and opens it; throws oru::IOException
+// (path, "open", errno) when it cannot.
+FILE* heronFopen(std::string& fname, const char* access);
+#endif
+
+#endif
