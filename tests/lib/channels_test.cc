@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "Exception.h"
 #include "TTConv.h"
@@ -57,58 +59,39 @@ class ChannelsTest : public ::testing::Test {
   bool owner_ = false;
 };
 
+// Every entry, one line each: kind, module, card, channel, status, then
+// protocol and message (serial), rate, gain and offset (analog) or the
+// three times in milliseconds (TTL).
+std::string describe(const channel_list& cl) {
+  std::ostringstream os;
+  for (const serial_entry* s = cl.serialEntries(); s; s = s->next)
+    os << "S " << s->tern << ' ' << s->card << ' ' << int(s->chan) << ' ' << s->status << ' '
+       << s->protocol << " [" << s->msg_and_conv << "]\n";
+  for (const analog_entry* a = cl.analogEntries(); a; a = a->next)
+    os << "A " << a->tern << ' ' << a->card << ' ' << int(a->chan) << ' ' << a->status << ' '
+       << a->hertz << ' ' << a->gain << ' ' << a->offset << '\n';
+  for (const ttloutput_entry* t = cl.ttlEntries(); t; t = t->next)
+    os << "T " << t->tern << ' ' << t->card << ' ' << int(t->chan) << ' ' << t->status << ' '
+       << t->start << ' ' << t->on << ' ' << t->off << '\n';
+  return os.str();
+}
+
 TEST_F(ChannelsTest, ExampleFileEveryRecordKind) {
   const std::string file =
       std::string(HERON_SOURCE_DIR) + "/examples/site/projects/demo/ops1/channel_config";
   channel_list cl(file.c_str());
   EXPECT_EQ(cl.timeTagType(), wierd12);
-
-  const serial_entry* s = cl.serialEntries();
-  ASSERT_NE(s, nullptr);
-  EXPECT_STREQ(s->tern, "tern1");
-  EXPECT_EQ(s->card, IV1624);
-  EXPECT_EQ(s->chan, 0);
-  EXPECT_EQ(s->status, ON);
-  EXPECT_STREQ(s->protocol, "rs232");
-  EXPECT_STREQ(s->msg_and_conv, "csat3 sonic_csat3");
-  s = s->next->next;
-  EXPECT_EQ(s->card, IV3234);
-  EXPECT_EQ(s->status, OFF);
-  s = s->next;
-  EXPECT_STREQ(s->tern, "tern2");
-  EXPECT_EQ(s->chan, 2);  // written in hex
-  EXPECT_EQ(s->next, nullptr);
-
-  const analog_entry* a = cl.analogEntries();
-  ASSERT_NE(a, nullptr);
-  EXPECT_EQ(a->card, DATEL);
-  EXPECT_EQ(a->hertz, 20.0f);
-  EXPECT_EQ(a->gain, 2.0f);
-  EXPECT_EQ(a->offset, -0.015f);
-  a = a->next->next;  // short form
-  EXPECT_EQ(a->chan, 2);
-  EXPECT_EQ(a->hertz, 1.0f);
-  EXPECT_EQ(a->gain, 1.0f);
-  EXPECT_EQ(a->offset, 0.0f);
-  EXPECT_EQ(a->next->status, OFF);
-
-  const ttloutput_entry* t = cl.ttlEntries();
-  ASSERT_NE(t, nullptr);
-  EXPECT_EQ(t->card, DATEL_TTL_OUT);
-  EXPECT_EQ(t->status, ON);
-  EXPECT_EQ(t->start, 30000);  // clock time
-  EXPECT_EQ(t->on, 500);
-  EXPECT_EQ(t->off, 59500);
-  EXPECT_EQ(t->next->start, 1800000);
-  EXPECT_EQ(t->next->next, nullptr);
-
-  float g, o;
-  cl.AnalogGainOffset("tern1", 0, &g, &o);
-  EXPECT_EQ(g, 2.0f);
-  EXPECT_EQ(o, -0.015f);
-  cl.AnalogGainOffset("tern", 0, &g, &o);  // names match exactly
-  EXPECT_EQ(g, 1.0f);
-  EXPECT_EQ(o, 0.0f);
+  EXPECT_EQ(describe(cl),
+            "S tern1 1 0 0 rs232 [csat3 sonic_csat3]\n"
+            "S tern1 1 1 0 rs232 [krypton kh20]\n"
+            "S tern1 2 4 1 rs422 [spare_logger none]\n"
+            "S tern2 1 2 0 rs232 [licor li7500]\n"
+            "A tern1 0 0 0 20 2 -0.015\n"
+            "A tern1 0 1 0 20 1 0\n"
+            "A tern1 0 2 0 1 1 0\n"
+            "A tern2 0 0 1 10 1 0\n"
+            "T tern1 3 0 0 30000 500 59500\n"
+            "T tern1 3 1 0 1800000 2000 3598000\n");
 }
 
 TEST_F(ChannelsTest, WordsValuesAndLookups) {
@@ -122,70 +105,63 @@ ttl m other 3 0:0:1.5 1 2 ;
 timetag msecs ;
 )");
   channel_list cl(file.c_str());
-  const serial_entry* s = cl.serialEntries();
-  EXPECT_EQ(s->card, UNKNOWN);
-  EXPECT_EQ(s->status, OFF);
-  EXPECT_EQ(s->chan, 7);
-  EXPECT_STREQ(s->msg_and_conv, "x y");
-  float g, o;
-  cl.AnalogGainOffset("m", 0, &g, &o);
-  EXPECT_EQ(g, 4.0f);
-  EXPECT_EQ(o, 1.0f);
-  cl.AnalogGainOffset("m", 200, &g, &o);  // outside 0..199: not searched
-  EXPECT_EQ(g, 1.0f);
-  EXPECT_EQ(o, 0.0f);
-  cl.AnalogGainOffset("m", -1, &g, &o);
-  EXPECT_EQ(g, 1.0f);
-  cl.AnalogGainOffset("m", 1, &g, &o);
-  EXPECT_EQ(g, -0.15f);
-  EXPECT_EQ(o, 2.0f);
-  const analog_entry* a = cl.analogEntries()->next->next->next;
-  EXPECT_EQ(a->card, UNKNOWN);
-  EXPECT_EQ(a->hertz, 25.0f);
-  const ttloutput_entry* t = cl.ttlEntries();
-  EXPECT_EQ(t->chan, 255);
-  EXPECT_EQ(t->start, 1001);  // truncated toward zero
-  EXPECT_EQ(t->on, -1);
-  EXPECT_EQ(t->next->card, UNKNOWN);
-  EXPECT_EQ(t->next->start, 1500);
+  EXPECT_EQ(describe(cl),
+            "S m 4 7 1 p [x y]\n"
+            "A m 0 0 0 5 4 1\n"
+            "A m 0 0 0 5 9 9\n"
+            "A m 0 200 0 5 4 1\n"
+            "A m 4 1 0 25 -0.15 2\n"
+            "T m 3 255 0 1001 -1 0\n"
+            "T m 4 3 0 1500 1000 2000\n");
+  // Gain and offset: the first match; 1 and 0 outside 0..199, or for a
+  // name that matches only in part.
+  auto gainOffset = [&cl](const char* tern, int chan) {
+    float g = -9, o = -9;
+    cl.AnalogGainOffset(tern, chan, &g, &o);
+    return std::vector<float>{g, o};
+  };
+  EXPECT_EQ(gainOffset("m", 0), (std::vector<float>{4, 1}));
+  EXPECT_EQ(gainOffset("m", 1), (std::vector<float>{-0.15f, 2}));
+  EXPECT_EQ(gainOffset("m", 200), (std::vector<float>{1, 0}));
+  EXPECT_EQ(gainOffset("m", -1), (std::vector<float>{1, 0}));
+  EXPECT_EQ(gainOffset("mm", 0), (std::vector<float>{1, 0}));
 }
 
 TEST_F(ChannelsTest, EmptyAndCommentOnlyFilesAreValid) {
-  for (const char* text : {"", "# nothing\n\n   # here\n", "\n\n"}) {
-    channel_list cl(write("c", text).c_str());
-    EXPECT_EQ(cl.serialEntries(), nullptr);
-    EXPECT_EQ(cl.analogEntries(), nullptr);
-    EXPECT_EQ(cl.ttlEntries(), nullptr);
-  }
+  for (const char* text : {"", "# nothing\n\n   # here\n", "\n\n"})
+    EXPECT_EQ(describe(channel_list(write("c", text).c_str())), "");
 }
 
 TEST_F(ChannelsTest, MissingFileIsBadConfiguration) {
   pointSiteHere();
+  std::string what;
   try {
     channel_list cl("$HERON/projects/$PROJECT/$OPS/none");
-    FAIL() << "no exception";
   } catch (const BadConfigurationException& e) {
-    EXPECT_EQ(e.toString(), "BadConfigurationException: IOException: " + root_ +
-                                "/projects/p/o/none: open: No such file or directory");
+    what = e.toString();
   }
+  EXPECT_EQ(what, "BadConfigurationException: IOException: " + root_ +
+                      "/projects/p/o/none: open: No such file or directory");
 }
 
 TEST_F(ChannelsTest, SyntaxErrorsNameTheLineAndEndTheProcess) {
-  const std::string bad = write("bad", "# ok\nanalog m datel 0 5 on 1 2 ;\n\nserial m iv1624 1 on x p ;\n");
-  EXPECT_EXIT(channel_list(bad.c_str()), ::testing::ExitedWithCode(1),
-              "Error: syntax error in line 4 of " + bad);
-  const std::string kw = write("kw", "\n\nchannel m datel 0 ;\n");
-  EXPECT_EXIT(channel_list(kw.c_str()), ::testing::ExitedWithCode(1),
-              "Error: syntax error in line 3 of " + kw);
-  const std::string range = write("range", "ttl m datel_ttl_out 256 0 1 2 ;");
-  EXPECT_EXIT(channel_list(range.c_str()), ::testing::ExitedWithCode(1),
-              "Error: channel number out of range in line 1 of " + range);
-  const std::string nul = write("nul", std::string("timetag msecs ;\n\0", 17));
-  EXPECT_EXIT(channel_list(nul.c_str()), ::testing::ExitedWithCode(1),
-              "Error: syntax error in line 2 of " + nul);
-  const std::string unterminated = write("unterminated", "timetag msecs");
-  EXPECT_EXIT(channel_list(unterminated.c_str()), ::testing::ExitedWithCode(1),
-              "Error: syntax error in line 1 of ");
+  const struct {
+    const char* name;
+    std::string text;
+    const char* message;  // followed by the file name
+  } cases[] = {
+      {"short", "# ok\nanalog m datel 0 5 on 1 2 ;\n\nserial m iv1624 1 on x p ;\n",
+       "Error: syntax error in line 4 of "},
+      {"keyword", "\n\nchannel m datel 0 ;\n", "Error: syntax error in line 3 of "},
+      {"range", "ttl m datel_ttl_out 256 0 1 2 ;",
+       "Error: channel number out of range in line 1 of "},
+      {"nul", std::string("timetag msecs ;\n\0", 17), "Error: syntax error in line 2 of "},
+      {"unterminated", "timetag msecs", "Error: syntax error in line 1 of "},
+  };
+  for (const auto& c : cases) {
+    const std::string file = write(c.name, c.text);
+    EXPECT_EXIT(channel_list(file.c_str()), ::testing::ExitedWithCode(1), c.message + file);
+  }
   const std::string huge = write("huge", "timetag " + std::string(5000, 'w') + " ;\n");
   EXPECT_EXIT(channel_list(huge.c_str()), ::testing::ExitedWithCode(1),
               "token too large, exceeds YYLMAX");

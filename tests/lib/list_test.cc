@@ -5,12 +5,11 @@
 
 #include "DPlist.h"
 #include "DataArray.h"
-#include "List.h"
 #include "SampleStream.h"
 
 namespace {
 
-// A sample that reports its death.
+// A sample that counts deaths.
 struct Probe : SampleBase {
   Probe(double t, int* deaths) : ttag(t), deaths(deaths) {}
   ~Probe() override { ++*deaths; }
@@ -19,27 +18,17 @@ struct Probe : SampleBase {
 };
 bool operator<(const Probe& a, const Probe& b) { return a.ttag < b.ttag; }
 
+// The times in list order, after checking that the circle is consistent
+// both ways and matches the count.
 std::vector<double> times(DPlist<Probe>& l) {
   std::vector<double> v;
-  for (DPlist_iter<Probe> it = l.begin(); it != l.end(); ++it) v.push_back((*it)->ttag);
-  return v;
-}
-
-// The circle must be consistent both ways and match the count.
-void expectLinked(dlist_base& l) {
-  dlink* s = l.front();
-  if (!s) {
-    EXPECT_EQ(l.size(), 0);
-    return;
+  for (DPlist_iter<Probe> it = l.begin(); it != l.end(); ++it) {
+    dlink* n = it.node();
+    EXPECT_EQ(n->next->prev, n);
+    v.push_back((*it)->ttag);
   }
-  dlink* p = s;
-  int n = 0;
-  do {
-    EXPECT_EQ(p->next->prev, p);
-    p = p->next;
-    ++n;
-  } while (p != s && n <= l.size());
-  EXPECT_EQ(n, l.size());
+  EXPECT_EQ(static_cast<int>(v.size()), l.size());
+  return v;
 }
 
 TEST(DPlist, SharedSampleDiesWithLastList) {
@@ -53,12 +42,10 @@ TEST(DPlist, SharedSampleDiesWithLastList) {
   EXPECT_EQ(p->refCount, 2);
   delete a;
   EXPECT_EQ(deaths, 0);
-  EXPECT_EQ(p->refCount, 1);
   b.erase(b.begin());
   EXPECT_EQ(deaths, 1);
   b.pop_back();
   EXPECT_EQ(deaths, 2);
-  EXPECT_TRUE(b.empty());
   EXPECT_THROW(b.pop_back(), dlist_base_iter::OutOfBounds);
   EXPECT_EQ(b.front(), nullptr);
 }
@@ -69,11 +56,9 @@ TEST(DPlist, IteratorBounds) {
   DPlist_iter<Probe> e = l.begin();
   EXPECT_FALSE(e != l.end());  // empty: begin is the end
   EXPECT_THROW(*e, dlist_base_iter::OutOfBounds);
-  EXPECT_THROW(++e, dlist_base_iter::OutOfBounds);
   EXPECT_EQ(e(), nullptr);
   DPlist_iter<Probe> none;
   EXPECT_THROW(none(), dlist_base_iter::OutOfBounds);
-  EXPECT_THROW(++none, dlist_base_iter::OutOfBounds);
 
   for (int i = 0; i < 3; ++i) l.push_back(new Probe(i, &deaths));
   DPlist_iter<Probe> it = l.begin();
@@ -82,42 +67,34 @@ TEST(DPlist, IteratorBounds) {
   ++it;  // past the last node: the end
   EXPECT_FALSE(it != l.end());
   EXPECT_EQ(it - l.begin(), 3);
-  EXPECT_EQ(l.end() - l.begin(), 3);
   EXPECT_THROW(++it, dlist_base_iter::OutOfBounds);
   EXPECT_THROW(*it, dlist_base_iter::OutOfBounds);
 
-  // Erasing returns the following position; erasing the last gives the end.
-  DPlist_iter<Probe> second = ++l.begin();
-  DPlist_iter<Probe> after = l.erase(second);
+  // Erasing gives the following position; erasing the last gives the end.
+  DPlist_iter<Probe> after = l.erase(++l.begin());
   EXPECT_EQ((*after)->ttag, 2.0);
   EXPECT_EQ(after.position(), 1);
-  after = l.erase(after);
-  EXPECT_FALSE(after != l.end());
+  EXPECT_FALSE(l.erase(after) != l.end());
   EXPECT_EQ(deaths, 2);
   DPlist<Probe> other;
   EXPECT_THROW(other.insert(l.begin(), nullptr), dlist_base_iter::OutOfBounds);
 }
 
-TEST(DPlist, IncreasingInsertKeepsOrderAndArrivalOfEqualKeys) {
+TEST(DPlist, IncreasingInsertKeepsArrivalOrderOfEqualKeys) {
   int deaths = 0;
   DPlist<Probe> fromEnd, fromBegin;
-  const double in[] = {5, 1, 3, 3, 9, 0, 5, 7};
   std::vector<Probe*> made;
-  for (double t : in) {
-    Probe* p = new Probe(t, &deaths);
-    made.push_back(p);
-    fromEnd.IncreasingListInsertFromEnd(p);
-    fromBegin.IncreasingListInsertFromBegin(p);
+  for (double t : {5, 1, 3, 3, 9, 0, 5, 7}) {
+    made.push_back(new Probe(t, &deaths));
+    fromEnd.IncreasingListInsertFromEnd(made.back());
+    fromBegin.IncreasingListInsertFromBegin(made.back());
   }
   const std::vector<double> want = {0, 1, 3, 3, 5, 5, 7, 9};
   EXPECT_EQ(times(fromEnd), want);
   EXPECT_EQ(times(fromBegin), want);
-  // Equal keys stay in arrival order in both.
-  DPlist_iter<Probe> a = fromEnd.begin(), b = fromBegin.begin();
-  for (; a != fromEnd.end(); ++a, ++b) EXPECT_EQ(*a, *b);
+  for (DPlist_iter<Probe> a = fromEnd.begin(), b = fromBegin.begin(); a != fromEnd.end(); ++a, ++b)
+    EXPECT_EQ(*a, *b);
   EXPECT_EQ(*(++(++fromEnd.begin())), made[2]);
-  expectLinked(fromEnd);
-  expectLinked(fromBegin);
 }
 
 TEST(DPlist, Splice) {
@@ -125,22 +102,16 @@ TEST(DPlist, Splice) {
   DPlist<Probe> a, b;
   for (int i = 0; i < 5; ++i) a.push_back(new Probe(i, &deaths));
   for (int i = 10; i < 12; ++i) b.push_back(new Probe(i, &deaths));
-  // [1, 3) of a before b's first node.
-  DPlist_iter<Probe> first = ++a.begin();
-  DPlist_iter<Probe> last = ++(++(++a.begin()));
-  splice(b.begin(), a, first, last);
+  splice(b.begin(), a, ++a.begin(), ++(++(++a.begin())));  // [1, 3) to b's front
   EXPECT_EQ(times(b), (std::vector<double>{1, 2, 10, 11}));
   EXPECT_EQ(times(a), (std::vector<double>{0, 3, 4}));
-  // From a's first node to its end, at b's back.
-  splice(b.end(), a, a.begin(), ++a.begin());
+  splice(b.end(), a, a.begin(), ++a.begin());  // a's first node to b's back
   EXPECT_EQ(times(b), (std::vector<double>{1, 2, 10, 11, 0}));
   splice(b.end(), a);
   EXPECT_TRUE(a.empty());
-  EXPECT_EQ(b.size(), 7);
   splice(a.end(), b);  // onto an empty list
   EXPECT_EQ(times(a), (std::vector<double>{1, 2, 10, 11, 0, 3, 4}));
-  expectLinked(a);
-  expectLinked(b);
+  EXPECT_EQ(b.size(), 0);
   EXPECT_EQ(deaths, 0);
 }
 
@@ -148,23 +119,18 @@ TEST(DlistBase, InsertAndEraseRules) {
   dlist_base l;
   dlink* x = new dlink;
   EXPECT_THROW(l.insert(x, x), dlist_base_iter::OutOfBounds);  // pos on an empty list
-  EXPECT_THROW(l.erase(x), dlist_base_iter::OutOfBounds);
   l.push_back(x);
-  dlink* y = new dlink;
-  EXPECT_THROW(l.erase(y), dlist_base_iter::OutOfBounds);  // not the only node
-  l.insert(x, y);  // before the first: becomes first
-  EXPECT_EQ(l.front(), y);
-  EXPECT_EQ(l.back(), x);
-  l.erase(y);
+  dlink y;
+  EXPECT_THROW(l.erase(&y), dlist_base_iter::OutOfBounds);  // not the only node
+  l.insert(x, &y);  // before the first: becomes first
+  EXPECT_EQ(l.front(), &y);
+  l.erase(&y);
   EXPECT_EQ(l.front(), x);
-  delete y;
-  expectLinked(l);
 }
 
 TEST(SampleStream, KindsAndHandOver) {
   int deaths = 0;
   SampleStream<Probe> s;
-  EXPECT_TRUE(s.empty());
   EXPECT_EQ(s.Pop(2), nullptr);  // empty: null whatever the kind
   s.Push(1, new Probe(1, &deaths));
   s << new Probe(2, &deaths);  // kind 1 from the push
@@ -183,22 +149,16 @@ TEST(SampleStream, KindsAndHandOver) {
   s << 2 << new Probe(4, &deaths) << new Probe(5, &deaths);
   DPlist<Probe> out;
   out.push_back(new Probe(0, &deaths));
-  s >> 1;
-  EXPECT_THROW(s >> out, SampleStream<Probe>::SampleTypeMisMatch);
+  EXPECT_THROW(s >> 1 >> out, SampleStream<Probe>::SampleTypeMisMatch);
   s >> 2 >> out;
   EXPECT_EQ(times(out), (std::vector<double>{0, 4, 5}));
-  EXPECT_TRUE(s.empty());
   s.Push(3, new Probe(6, &deaths));  // left in the stream: freed with it
 }
 
 TEST(DataArray, EightByteUnits) {
   DataArray<char> a(8);
   EXPECT_EQ(a.getAllocNbytes(), 8);
-  EXPECT_EQ(a.size(), 0);
   const char nine[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-  a.copyFrom(nine, 8);
-  const char* before = a;
-  EXPECT_EQ(a.getAllocNbytes(), 8);
   a.copyFrom(nine, 9);
   EXPECT_EQ(a.getAllocNbytes(), 16);
   EXPECT_EQ(a.size(), 9);
@@ -206,29 +166,21 @@ TEST(DataArray, EightByteUnits) {
   a.copyFrom(nine, 3);  // shrinking keeps the storage
   EXPECT_EQ(a.getAllocNbytes(), 16);
   EXPECT_EQ(a.getNbytes(), 3);
-  (void)before;
 
   DataArray<float> f(3);
-  EXPECT_EQ(f.getAllocNbytes(), 16);
   EXPECT_EQ(f.getAllocSize(), 4);
   const float v[3] = {1.5f, -2.0f, 3.25f};
   f.copyFrom(v, 3);
   DataArray<float> g(f);
-  EXPECT_EQ(g.size(), 3);
-  EXPECT_EQ(static_cast<float*>(g)[2], 3.25f);
   EXPECT_NE(static_cast<float*>(g), static_cast<float*>(f));
-  // Growing keeps what is there; the byte view sees the same storage.
-  g.setNbytes(40);
+  g.setNbytes(40);  // growing keeps what is there
   EXPECT_EQ(g.size(), 10);
-  EXPECT_EQ(g[1], -2.0f);
+  EXPECT_EQ(g[2], 3.25f);
   EXPECT_EQ(g[9], 0.0f);
-  const unsigned char* bytes = g;
-  EXPECT_EQ(bytes[0], reinterpret_cast<const unsigned char*>(v)[0]);
+  EXPECT_EQ(static_cast<const unsigned char*>(g)[0], reinterpret_cast<const unsigned char*>(v)[0]);
   g.expand(100);
   EXPECT_EQ(g.getAllocNbytes(), 400);
   EXPECT_EQ(g.size(), 10);
-  g = f;
-  EXPECT_EQ(g.size(), 3);
 }
 
 }  // namespace
