@@ -11,15 +11,13 @@
 //   clock time  h:m:s with an optional fraction, delivered as seconds
 //   punctuation any other single character, as itself
 //
-// A token longer than YYLMAX characters ends the process: the files are
-// hand-written tables and such a token means the file is not one.
+// A token longer than kMaxToken characters ends the process with "token
+// too large, exceeds YYLMAX": the files are hand-written tables and such a
+// token means the file is not one.  So does a read error.
 #ifndef HERON_CONFIGSCANNER_H
 #define HERON_CONFIGSCANNER_H
 
 #include <stdio.h>
-
-// Longest token, in characters.
-#define YYLMAX 1024
 
 // Token codes; punctuation is its own character code, and 0 is the end of
 // the input.  Grammars built on this scanner declare the same numbers.
@@ -41,6 +39,9 @@ union ScanValue {
 
 class ConfigScanner {
  public:
+  // Longest token, in characters.
+  static const int kMaxToken = 1024;
+
   // Scans in (which stays the caller's to close); name is used in
   // messages.  The line counter starts at 1.
   ConfigScanner(FILE* in, const char* name);

@@ -100,6 +100,7 @@ bool splitHhmmss(double v, int* hour, int* minute, double* secs) {
 // tried on fresh fields, so a form that matches only in part leaves nothing
 // behind for the next.
 double parseFreeForm(int local, const char* str) {
+  if (!str) str = "";
   if (strncmp(str, "now", 3) == 0) return static_cast<double>(time(nullptr));
 
   int year = 70, mon = 1, day = 1, hour = 0, minute = 0;
@@ -205,7 +206,7 @@ UTime::UTime(int local, const char* str, const char* fmt) : _utime(BIGBANG) {
   memset(&tm, 0, sizeof tm);
   tm.tm_mday = 1;
   tm.tm_year = 70;
-  if (strptime(str, fmt, &tm) == nullptr) return;
+  if (!str || !fmt || strptime(str, fmt, &tm) == nullptr) return;
   // A day of the year read without month and day: the C library may or may
   // not have spread it into them; if not, day tm_yday + 1 of January carries
   // into the right month.
@@ -235,9 +236,10 @@ char* UTime::to_charstar(char* string, int slen, const char* f) const {
   expandFraction(f, frac, &fmt, &carry);
   if (carry) ++whole;
 
-  struct tm tm;
-  if (!localtime_r(&whole, &tm) || strftime(string, slen, fmt.c_str(), &tm) == 0)
-    string[0] = '\0';
+  // localtime rather than localtime_r: it re-reads TZ, so a zone put in
+  // the environment by other means than setTZ is honoured too.
+  const struct tm* tm = localtime(&whole);
+  if (!tm || strftime(string, slen, fmt.c_str(), tm) == 0) string[0] = '\0';
   return string;
 }
 
@@ -249,8 +251,9 @@ std::string UTime::string(const char* f) const {
 void UTime::to_intArray(int* array, int n) const {
   if (n < 1 || n > 11) return;
   const time_t whole = printableWhole(_utime);
-  struct tm tm;
-  if (!localtime_r(&whole, &tm)) return;
+  const struct tm* ltm = localtime(&whole);
+  if (!ltm) return;
+  const struct tm tm = *ltm;
   double frac = _utime - floor(_utime);
   if (!(frac >= 0.0 && frac < 1.0)) frac = 0.0;
   const int fields[11] = {tm.tm_year + 1900,
@@ -298,6 +301,7 @@ void UTime::setTZ(const char* tz) {
 }
 
 int UTime::month(char* name) {
+  if (!name) return 0;
   int i = 0;
   for (; i < 3 && name[i]; ++i) name[i] = static_cast<char>(tolower(static_cast<unsigned char>(name[i])));
   if (i < 3) return 0;

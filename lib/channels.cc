@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <memory>
+
 #include "ConfigScanner.h"
 #include "Exception.h"
 #include "channels_grammar.h"
@@ -102,14 +104,23 @@ channel_list::channel_list(const char* file)
   } catch (const oru::IOException& e) {
     throw BadConfigurationException(e);
   }
+  // Closed however the parse ends (it can only end early by running out
+  // of memory: syntax errors end the process).
+  std::unique_ptr<FILE, int (*)(FILE*)> closer(fp, fclose);
   ConfigScanner scanner(fp, _file.c_str());
   ChannelParse p{&scanner, _file.c_str(), &sentry, &aentry, &ttlentry, &_processTimeTag, true};
-  channelsparse(p);
-  fclose(fp);
+  try {
+    channelsparse(p);
+  } catch (...) {
+    release();
+    throw;
+  }
   _timeTagType = _processTimeTag;
 }
 
-channel_list::~channel_list() {
+channel_list::~channel_list() { release(); }
+
+void channel_list::release() {
   // Iteratively: a long table must not cost a deep recursion.
   while (sentry) {
     serial_entry* n = sentry->next;

@@ -109,6 +109,8 @@ class channel_list {
   static TTtype processTimeTagType() { return _processTimeTag; }
 
  private:
+  void release();  // frees the three lists
+
   std::string _file;
   TTtype _timeTagType;
   serial_entry* sentry;
