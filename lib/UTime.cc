@@ -35,11 +35,11 @@ long long daysFromCivil(long long y, int m, long long d) {
   return era * 146097 + doe - 719468 + (d - 1);
 }
 
-// Years above 1900 are full years; the rest count from 1900, with 0..49
-// standing for 2000..2049.  Returns years since 1900.
+// Years from 1900 on are full years; smaller ones count from 1900, with
+// 0..49 standing for 2000..2049.  Returns years since 1900.
 int yearSince1900(int year) {
-  if (year > 1900) year -= 1900;
-  if (year < 50) year += 100;
+  if (year >= 1900) return year - 1900;
+  if (year < 50) return year + 100;
   return year;
 }
 

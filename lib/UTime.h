@@ -22,8 +22,8 @@ class UTime {
   UTime(double t) : _utime(t) {}
   UTime(long t) : _utime(static_cast<double>(t)) {}
 
-  // Calendar fields; mon is 1..12.  Years above 1900 are taken as they are;
-  // smaller ones are years since 1900, and 0..49 mean 2000..2049.  Fields
+  // Calendar fields; mon is 1..12.  Years from 1900 on are taken as they
+  // are; smaller ones are years since 1900, and 0..49 mean 2000..2049.  Fields
   // out of range carry over (month 13 is January of the next year).
   UTime(int local, int year, int mon, int day, int hour, int minute, float fsec);
 

@@ -115,8 +115,8 @@ void expectAllForms(int local, time_t whole, int ms, double expect) {
 
 TEST_F(UTimeTest, RandomInstantsRoundTripInUtcAndDaylightSavingZone) {
   std::mt19937_64 rng(20261122);
-  // 1950 to 2099: both sides of the epoch and of the two-digit-year window.
-  std::uniform_int_distribution<long long> secs(-631152000LL, 4102444799LL);
+  // 1901 to 2099: both sides of the epoch and of the two-digit-year window.
+  std::uniform_int_distribution<long long> secs(-2177452800LL, 4102444799LL);
   std::uniform_int_distribution<int> msecs(0, 999);
   for (int i = 0; i < 1500; ++i) {
     const time_t whole = static_cast<time_t>(secs(rng));
@@ -161,6 +161,9 @@ TEST_F(UTimeTest, YearForms) {
   EXPECT_EQ(UTime(0, "0 1 1").val(), y2000);
   EXPECT_EQ(UTime(0, "100 1 1").val(), y2000);
   EXPECT_EQ(UTime(0, "99 12 31").val(), UTime(0, "1999 12 31").val());
+  EXPECT_EQ(UTime(0, "1900 3 1").string("%Y %m %d"), "1900 03 01");
+  EXPECT_EQ(UTime(0, "1930 jan 1").string("%Y"), "1930");  // full years stay
+  EXPECT_EQ(UTime(0, "130 1 1").string("%Y"), "2030");     // years since 1900
   EXPECT_EQ(UTime(0, 99, 12, 31, 0, 0, 0.0f).val(), UTime(0, 1999, 12, 31, 0, 0, 0.0f).val());
   // Day 60 is February 29 in leap years; 2100 is not one.
   EXPECT_EQ(UTime(0, "2004 60").string("%m %d"), "02 29");
