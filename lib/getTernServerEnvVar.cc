@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include "Exception.h"
+#include "rpc_client.h"
 #include "ternserver.h"
 
 namespace {
@@ -26,7 +27,9 @@ std::string trimmed(const char* text) {
 
 std::string getTernServerEnvVar(const char* name) {
   const char* host = serverHost();
-  CLIENT* clnt = clnt_create(host, TERNSERVER, TERNSERVERVERS, "tcp");
+  // The module server answers within 25 seconds or not at all.
+  const struct timeval timeout = {25, 0};
+  CLIENT* clnt = heron_clnt_create(host, TERNSERVER, TERNSERVERVERS, &timeout);
   if (clnt == nullptr)
     throw oru::IOException("ternserver rpc connection", host, trimmed(clnt_spcreateerror(host)).c_str());
 
