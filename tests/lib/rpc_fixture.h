@@ -18,6 +18,7 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <rpc/rpc.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <netinet/in.h>
@@ -43,7 +44,12 @@ constexpr const char* kLoopback = "127.0.0.1";
 // An exclusive lock on a file in /tmp, shared by every test process.
 class FileLock {
  public:
+  // A null path takes no lock (and counts as held).
   explicit FileLock(const char* path) {
+    if (path == nullptr) {
+      fd_ = -2;
+      return;
+    }
     fd_ = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (fd_ < 0) return;
     while (flock(fd_, LOCK_EX) != 0) {
@@ -59,7 +65,7 @@ class FileLock {
   }
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
-  bool held() const { return fd_ >= 0; }
+  bool held() const { return fd_ != -1; }
 
  private:
   int fd_ = -1;
@@ -128,8 +134,9 @@ inline std::string testProgramPath(const char* name) {
   return path.substr(0, path.rfind('/') + 1) + name;
 }
 
-// A test server run as a child process.  The constructor returns once the
-// server has printed its "ready" line (or failed); the destructor stops it
+// A test server run as a child process, registering with the rpcbind on
+// 127.0.0.1 (started when needed).  The constructor returns once the server
+// has printed its "ready" line (or failed); the destructor stops it
 // with SIGTERM, which makes it withdraw its rpcbind registration.
 class ServerProcess {
  public:
@@ -143,17 +150,25 @@ class ServerProcess {
   pid_t pid() const { return pid_; }
 
   // Stops the server now (also done by the destructor).
-  void stop() {
+  void stop() { end(SIGTERM); }
+
+  // Kills the server without letting it withdraw its registration, as a
+  // crash would.
+  void crash() { end(SIGKILL); }
+
+ private:
+  void end(int sig) {
     if (pid_ <= 0) return;
-    kill(pid_, SIGTERM);
+    kill(pid_, sig);
     int status;
     while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }
     pid_ = -1;
   }
 
- private:
   void start(const std::string& program, const std::vector<std::string>& args) {
+    error_ = ensureRpcbind();
+    if (!error_.empty()) return;
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) {
       error_ = std::string("pipe: ") + strerror(errno);
@@ -214,19 +229,51 @@ inline const char* moduleServerLockPath() { return "/tmp/heron-test-ternserver.l
 class TestModuleServer {
  public:
   explicit TestModuleServer(const std::vector<std::string>& env = {})
-      : rpcbind_(ensureRpcbind()),
-        lock_(moduleServerLockPath()),
-        server_(rpcbind_.empty() ? testProgramPath("ternserver_test_server") : std::string("/nonexistent"),
-                env) {}
-  bool ok() const { return rpcbind_.empty() && lock_.held() && server_.ok(); }
+      : lock_(moduleServerLockPath()), server_(testProgramPath("ternserver_test_server"), env) {}
+  bool ok() const { return lock_.held() && server_.ok(); }
   std::string error() const {
-    if (!rpcbind_.empty()) return rpcbind_;
-    if (!lock_.held()) return std::string("cannot lock ") + moduleServerLockPath();
-    return server_.error();
+    return lock_.held() ? server_.error() : std::string("cannot lock ") + moduleServerLockPath();
   }
 
  private:
-  std::string rpcbind_;
+  FileLock lock_;
+  ServerProcess server_;
+};
+
+// A system number whose ingest program (INGEST_PROG + number) no other test
+// process running now uses.
+inline int testSystemNumber() { return 1000 + static_cast<int>(getpid() % 1000000); }
+
+// Withdraws a program's version-1 registration from rpcbind (after a test
+// server was crashed on purpose).
+inline void withdrawProgram(unsigned long prog) { rpcb_unset(static_cast<rpcprog_t>(prog), 1, nullptr); }
+
+// The test ingest server of acquisition system `number`; options as its
+// command line takes them ("--no-connect-back").
+class TestIngestServer : public ServerProcess {
+ public:
+  explicit TestIngestServer(int number, std::vector<std::string> options = {})
+      : ServerProcess(testProgramPath("ingest_test_server"), withNumber(number, std::move(options))) {}
+
+ private:
+  static std::vector<std::string> withNumber(int number, std::vector<std::string> options) {
+    options.insert(options.begin(), std::to_string(number));
+    return options;
+  }
+};
+
+// A server that answers calls to `prog` badly: mode "garbage", "truncated" or
+// "hangup" (see tests/rpc/rpc_junk_server.cc).  Posing as the module server
+// takes the module-server lock.
+class JunkServer {
+ public:
+  JunkServer(unsigned long prog, const char* mode)
+      : lock_(prog == 0x20000001 ? moduleServerLockPath() : nullptr),
+        server_(testProgramPath("rpc_junk_server"), {std::to_string(prog), mode}) {}
+  bool ok() const { return lock_.held() && server_.ok(); }
+  std::string error() const { return lock_.held() ? server_.error() : "cannot take the server lock"; }
+
+ private:
   FileLock lock_;
   ServerProcess server_;
 };
