@@ -8,7 +8,10 @@ find_program(RPCGEN_EXECUTABLE rpcgen REQUIRED)
 
 # heron_rpcgen(<interface> <outdir> <flag> <output> [<flag> <output>...]):
 # runs rpcgen on lib/<interface>.x inside <outdir>, once per flag, so that
-# the generated sources include the header by its bare name.  One command
+# the generated sources include the header by its bare name.  "-i 0" keeps the
+# codecs off the inline fast path: its macros do not sign-extend a negative
+# 32-bit long on a 64-bit host, so that path decoded other values than the
+# plain one.  One command
 # makes all the outputs of an interface, so parallel builds never copy the
 # interface file twice at once.
 function(heron_rpcgen iface outdir)
@@ -22,7 +25,7 @@ function(heron_rpcgen iface outdir)
     list(APPEND outputs ${outdir}/${output})
     list(APPEND commands
       COMMAND ${CMAKE_COMMAND} -E remove -f ${output}
-      COMMAND ${RPCGEN_EXECUTABLE} ${flag} -o ${output} ${iface}.x)
+      COMMAND ${RPCGEN_EXECUTABLE} -i 0 ${flag} -o ${output} ${iface}.x)
     if(output MATCHES "\\.c$")
       # The generator declares a scratch pointer for its inline fast path in
       # every codec, used or not, and casts xdr_void to the codec type.

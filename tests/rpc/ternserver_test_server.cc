@@ -84,9 +84,9 @@ configint_res* configint_1_svc(char** name, struct svc_req*) {
   return &res;
 }
 
-long* rdate_1_svc(void*, struct svc_req*) {
-  static long res;
-  res = static_cast<long>(time(nullptr));
+int* rdate_1_svc(void*, struct svc_req*) {
+  static int res;
+  res = static_cast<int>(time(nullptr));
   return &res;
 }
 
@@ -116,11 +116,11 @@ analogcfg_res* getanalogcfg_1_svc(char** name, struct svc_req*) {
   return &res;
 }
 
-long* rgmtmsecs_1_svc(void*, struct svc_req*) {
-  static long res;
+int* rgmtmsecs_1_svc(void*, struct svc_req*) {
+  static int res;
   struct timespec ts;
   clock_gettime(CLOCK_REALTIME, &ts);
-  res = static_cast<long>((ts.tv_sec % 86400) * 1000 + ts.tv_nsec / 1000000);
+  res = static_cast<int>((ts.tv_sec % 86400) * 1000 + ts.tv_nsec / 1000000);
   return &res;
 }
 
