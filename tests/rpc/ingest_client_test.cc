@@ -4,7 +4,9 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <set>
@@ -162,6 +164,34 @@ class IngestClient : public ::testing::Test {
 TEST_F(IngestClient, StreamConnectionCycle) { cycle(false); }
 
 TEST_F(IngestClient, DatagramConnectionCycle) { cycle(true); }
+
+// In a UTS namespace of its own a child process takes a host name that no
+// resolver knows; it must still connect, announcing the bare name.
+TEST_F(IngestClient, UnresolvableOwnNameIsAnnouncedBare) {
+  heron_test::TestIngestServer server(number_);
+  ASSERT_TRUE(server.ok()) << server.error();
+  const char* bare = "heron-unresolvable.invalid";
+  pid_t pid = fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    if (unshare(CLONE_NEWUTS) != 0 || sethostname(bare, strlen(bare)) != 0) _exit(77);
+    Mask mask({4});
+    int err = 0;
+    ingest_connect* igp = call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err);
+    if (igp == nullptr) _exit(1);
+    if (strcmp(igp->param.name, bare) != 0) _exit(2);
+    RawSampleSeen s;
+    SampleReader reader(igp->socketfd, false);
+    if (!reader.next(&s) || s.chan != 4) _exit(3);
+    if (quit_ingest_server("tern1", number_, kLoopback, igp) != 0) _exit(4);
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no UTS namespace here";
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "1: no connection, 2: wrong name, 3: no data, 4: no disconnect";
+}
 
 TEST_F(IngestClient, EmptyMaskFailsBeforeAnySocket) {
   Mask empty;
