@@ -10,6 +10,7 @@
 
 #include "ingest_rpc.h"
 #include "ternserver.h"
+#include "xdr_list_depth.h"
 
 namespace {
 
@@ -305,6 +306,40 @@ TEST(InputStatus, RoundTripAndWireOrder) {
   input_status_res err;
   err.ierr = 5;
   EXPECT_EQ(encode(xdr_input_status_res, &err), words({5}));
+}
+
+// A reply announcing a list far longer than any site has is refused, not
+// followed down until the stack runs out.
+TEST(ListDepth, OverlongChainsAreRefused) {
+  const int n = 200000;
+  Bytes linkFirst = words({0});  // ierr, then every link present
+  for (int i = 0; i < n; ++i) {
+    Bytes one = words({1});
+    linkFirst.insert(linkFirst.end(), one.begin(), one.end());
+  }
+  analogcfg_res analog;
+  EXPECT_FALSE(decode(xdr_analogcfg_res, linkFirst, &analog));
+  release(xdr_analogcfg_res, &analog);
+
+  Bytes linkLast = words({0, 1});  // ierr, head present, then empty entries
+  for (int i = 0; i < n; ++i) {
+    Bytes one = words({0, 0, 1});
+    linkLast.insert(linkLast.end(), one.begin(), one.end());
+  }
+  etc_hosts_res hosts;
+  EXPECT_FALSE(decode(xdr_etc_hosts_res, linkLast, &hosts));
+  release(xdr_etc_hosts_res, &hosts);
+
+  // A list at the bound still passes.
+  std::vector<analogcfg> nodes(XDR_LIST_MAX_DEPTH - 1);
+  link(nodes);
+  analogcfg_res res;
+  res.ierr = 0;
+  res.analogcfg_res_u.list = &nodes[0];
+  analogcfg_res back;
+  EXPECT_TRUE(decode(xdr_analogcfg_res, encode(xdr_analogcfg_res, &res), &back));
+  EXPECT_EQ(length(back.analogcfg_res_u.list), nodes.size());
+  release(xdr_analogcfg_res, &back);
 }
 
 TEST(ModuleServerResults, ScalarAndStringResultsRoundTrip) {
