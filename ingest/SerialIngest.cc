@@ -17,8 +17,14 @@
 #include <memory>
 #include <string>
 
+#include <poll.h>
+#include <sys/utsname.h>
+
 #include "Exception.h"
+#include "IngestConfig.h"
 #include "TTy.h"
+#include "getTernServerEnvVar.h"
+#include "heron_fopen.h"
 #include "logit.h"
 
 SerialIngest* SerialIngest::_instance = nullptr;
@@ -68,6 +74,12 @@ int dump(TTy* tty, FormatByte formatByte) {
 }
 }  // namespace
 
+namespace {
+// How long a pass waits before trying again a port that could not be opened
+// or a process that could not be made, when no signal comes sooner.
+const int kRetrySeconds = 10;
+}  // namespace
+
 SerialIngest::SerialIngest(int argc, char** argv)
     : _appname(argv[0]), _rstr(argc, argv), _interrupt(0), _reconfig(0) {
   _instance = this;
@@ -77,10 +89,15 @@ SerialIngest::~SerialIngest() {
   if (_instance == this) _instance = nullptr;
 }
 
-int SerialIngest::run() { return debugMode(); }
+int SerialIngest::run() { return _rstr.daemon ? daemonMode() : debugMode(); }
 
 int SerialIngest::debugMode() {
   syslogit = 0;
+  // A set-user-id copy must not open a port its user could not open.
+  if (!dropPrivileges(getuid(), getgid())) {
+    logit(3, "%s: cannot give up set-user-id privileges: %m", _appname);
+    return -1;
+  }
   std::unique_ptr<TTy> tty(opentty(_rstr.ttyname, _rstr.baud, _rstr.parity, _rstr.databits,
                                    _rstr.stopbits, _rstr.flowcontrol, _rstr.clocal));
   switch (_rstr.output) {
@@ -178,6 +195,188 @@ void SerialIngest::signalHandler(int sig) {
   }
   logit(LOG_NOTICE, "%s received %d signal, terminating", _appname, sig);
   _interrupt = 1;
+}
+
+void SerialIngest::setEnvVar(const char* name, std::string& value) {
+  try {
+    std::string fresh = getTernServerEnvVar(name);
+    if (fresh != value) {
+      if (setenv(name, fresh.c_str(), 1) < 0) {
+        logit(3, "setenv(%s): %m", name);
+        return;
+      }
+      value = fresh;
+    }
+  } catch (const oru::Exception& e) {
+    logit(3, "%s", e.toString().c_str());
+  }
+}
+
+int SerialIngest::daemonMode() {
+  syslogit = 1;
+  disassociate();
+  openlogit(_appname, LOG_PID | LOG_CONS | LOG_NOWAIT, LOG_LOCAL5, getenv("TZ"));
+
+  char* expanded = heron_expand_name(_rstr.configFile);
+  logit(5, "%s started, config: %s\n", _appname, expanded ? expanded : _rstr.configFile);
+  free(expanded);
+
+  struct utsname un;
+  if (uname(&un) < 0) {
+    logit(3, "uname: %m");
+    return -1;
+  }
+  const std::string myname(un.nodename);
+  const std::string myShortName = myname.substr(0, myname.find('.'));
+  if (setenv("INGEST_SERVER", myname.c_str(), 1) < 0) logit(3, "setenv(INGEST_SERVER): %m");
+
+  // A raised priority is inherited by every child.  Only root may raise it,
+  // so a set-user-id-root program does it now and then gives root up.
+  // setuid(0) makes every id root, so the real ids are taken first.
+  const uid_t realUid = getuid();
+  const gid_t realGid = getgid();
+  if (setuid(0) < 0) {
+    if (geteuid() == 0)
+      logit(3, "setuid(0): %m");
+    else
+      logit(4, "%s is not suid-to-root, cannot use real-time priority", _appname);
+  } else {
+    pid_t pid = getpid();
+    errno = 0;
+    int nice = getpriority(PRIO_PROCESS, pid);
+    if (nice < 0 && errno != 0) {
+      logit(4, "getpriority(PRIO_PROCESS,%d): %m", static_cast<int>(pid));
+    } else {
+      int raised = nice - 10 < -20 ? -20 : nice - 10;
+      if (setpriority(PRIO_PROCESS, pid, raised) < 0)
+        logit(4, "setpriority(PRIO_PROCESS,%d,%d): %m", static_cast<int>(pid), raised);
+    }
+  }
+  // Before any site file is read or any child started.
+  if (!dropPrivileges(realUid, realGid)) {
+    logit(3, "setuid(): %m");
+    return -1;
+  }
+
+  // The handlers run only while the loop waits: the three signals stay
+  // blocked everywhere else, so the child map and the system log are never
+  // used by a handler in the middle of the loop's own use of them.
+  sigset_t handled, waitMask;
+  sigemptyset(&handled);
+  sigaddset(&handled, SIGCHLD);
+  sigaddset(&handled, SIGINT);
+  sigaddset(&handled, SIGHUP);
+  if (sigprocmask(SIG_BLOCK, &handled, &waitMask) < 0) {
+    logit(3, "sigprocmask: %m");
+    return -1;
+  }
+  const sigset_t childMask = waitMask;  // what "Ingest" starts with
+  sigdelset(&waitMask, SIGCHLD);
+  sigdelset(&waitMask, SIGINT);
+  sigdelset(&waitMask, SIGHUP);
+  struct sigaction sa;
+  memset(&sa, 0, sizeof sa);
+  sa.sa_handler = staticSignalHandler;
+  sigemptyset(&sa.sa_mask);
+  for (int sig : {SIGCHLD, SIGINT, SIGHUP}) {
+    if (sigaction(sig, &sa, nullptr) < 0) {
+      logit(3, "sigaction(%s): %m", signame(sig));
+      return -1;
+    }
+  }
+  // Nothing clears this: every pass re-reads ingest.conf, so a restart
+  // always sees the current table.
+  _reconfig = 1;
+
+  for (;;) {
+    if (_reconfig) {
+      setEnvVar("PROJECT", _project);
+      setEnvVar("OPS", _ops);
+      _cfg.reset();
+      try {
+        _cfg.reset(new IngestConfig(_rstr.configFile));
+      } catch (const oru::Exception& e) {
+        logit(3, "%s", e.toString().c_str());
+        return -1;
+      }
+    }
+
+    bool anything = false;
+    bool retry = false;
+    for (const IngestConfigEntry& entry : _cfg->stns) {
+      if (entry.type != SERIALPORT) continue;
+      if (entry.ingestServer != "-" && entry.ingestServer != myname && entry.ingestServer != myShortName)
+        continue;
+      anything = true;
+      auto running = _childProcs.find(entry.stationName);
+      if (running != _childProcs.end() && running->second != 0) continue;
+      sleep(1);  // at most one start per second
+      if (!startChild(entry, childMask)) retry = true;
+    }
+    if (!anything) {
+      logit(3, "%s on %s has nothing to do (no serial port entries in ingest.conf for me)", _appname,
+            myname.c_str());
+      _cfg.reset();
+      return 0;
+    }
+
+    // Wait for a signal; ports that failed are tried again after a while.
+    struct timespec again = {kRetrySeconds, 0};
+    if (ppoll(nullptr, 0, retry ? &again : nullptr, &waitMask) < 0 && errno != EINTR) {
+      logit(3, "ppoll: %m");
+      sleep(1);
+    }
+    if (_interrupt) {
+      _cfg.reset();  // the children stay running
+      return 0;
+    }
+  }
+}
+
+bool SerialIngest::startChild(const IngestConfigEntry& entry, const sigset_t& childMask) {
+  int local = entry.local == "local" || entry.local == "LOCAL";
+  std::unique_ptr<TTy> tty;
+  try {
+    tty.reset(opentty(entry.portName.c_str(), entry.baud, entry.parity.c_str(), entry.databits,
+                      entry.stopbits, entry.flowcontrol.c_str(), local));
+  } catch (const oru::IOException& e) {
+    logit(3, "%s", e.toString().c_str());
+    return false;
+  }
+  pid_t pid = fork();
+  if (pid < 0) {
+    logit(3, "cannot fork: %m");
+    return false;
+  }
+  if (pid == 0) {
+    signal(SIGCHLD, SIG_DFL);
+    signal(SIGINT, SIG_DFL);
+    signal(SIGHUP, SIG_DFL);
+    sigprocmask(SIG_SETMASK, &childMask, nullptr);
+    closelog();
+    char fdtext[16];
+    snprintf(fdtext, sizeof fdtext, "%d", tty->fd());
+    execlp("Ingest", entry.stationName.c_str(), fdtext, entry.portName.c_str(), static_cast<char*>(nullptr));
+    perror("execlp Ingest");
+    logit(3, "execlp Ingest: %m");
+    _exit(1);
+  }
+  tty.reset();  // the child has the port now
+  setsid();
+  _childProcs[entry.stationName] = pid;
+  return true;
+}
+
+bool dropPrivileges(uid_t uid, gid_t gid) {
+  if (setresgid(gid, gid, gid) < 0 || setresuid(uid, uid, uid) < 0) return false;
+  uid_t r, e, s;
+  gid_t rg, eg, sg;
+  if (getresuid(&r, &e, &s) < 0 || getresgid(&rg, &eg, &sg) < 0) return false;
+  if (r != uid || e != uid || s != uid || rg != gid || eg != gid || sg != gid) {
+    errno = EPERM;
+    return false;
+  }
+  return true;
 }
 
 void disassociate() {

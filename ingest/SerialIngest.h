@@ -5,12 +5,15 @@
 #define SERIAL_INGEST_H
 
 #include <signal.h>
+#include <sys/types.h>
 
 #include <map>
+#include <memory>
 #include <string>
 
 #include "SerialIngestRunstring.h"
 
+class IngestConfig;
 class TTy;
 
 class SerialIngest {
@@ -26,6 +29,9 @@ class SerialIngest {
   // daemonMode() with -z, else debugMode().  Negative on failure.
   int run();
   int debugMode();
+  // Supervises one "Ingest" process per serial port of this host until
+  // SIGINT; see the manual page.
+  int daemonMode();
 
   // Dump the port's bytes to standard output until the line ends or fails:
   // each ends with an exception (oru::EOFException when a read returns
@@ -41,12 +47,27 @@ class SerialIngest {
   static void staticSignalHandler(int sig);
   void signalHandler(int sig);
 
+  // Asks the acquisition-module server for variable `name`; when it differs
+  // from `value`, puts it into the environment and keeps it in `value`.
+  // A server that cannot be asked is logged and changes nothing.
+  void setEnvVar(const char* name, std::string& value);
+
+  // Station name to child process id (0 while none runs).
+  const std::map<std::string, int>& childProcs() const { return _childProcs; }
+
  private:
+  // Starts the "Ingest" process of one serial entry; false when its port
+  // could not be opened or no process could be made.
+  bool startChild(const struct IngestConfigEntry& entry, const sigset_t& childMask);
+
   const char* _appname;
   SerialIngestRunstring _rstr;
-  int _interrupt;
-  int _reconfig;
+  std::unique_ptr<IngestConfig> _cfg;
+  volatile sig_atomic_t _interrupt;
+  volatile sig_atomic_t _reconfig;
   std::map<std::string, int> _childProcs;
+  std::string _project;
+  std::string _ops;
 
   static SerialIngest* _instance;
 };
@@ -55,5 +76,10 @@ class SerialIngest {
 // descriptor, points the standard streams away from the terminal and starts
 // a new session.
 void disassociate();
+
+// Gives up any set-user-id or set-group-id privilege for good: real,
+// effective and saved ids all become uid and gid.  False (errno set) when
+// that cannot be done or verified.
+bool dropPrivileges(uid_t uid, gid_t gid);
 
 #endif

@@ -1,0 +1,45 @@
+// A stand-in for the acquisition program that serial_ingest's daemon mode
+// starts for each port.  It writes what it was given to a report file in
+// $INGEST_STANDIN_DIR and then waits to be killed:
+//
+//   argv: <station> <descriptor> <device>
+//   report "<station>.<pid>": one "key=value" per line
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <string>
+
+int main(int argc, char** argv) {
+  const char* dir = getenv("INGEST_STANDIN_DIR");
+  if (!dir || argc != 3) return 2;
+  int fd = atoi(argv[1]);
+  // The inherited descriptor must be the configured port itself.
+  struct stat byFd, byName;
+  bool samePort = fstat(fd, &byFd) == 0 && stat(argv[2], &byName) == 0 && S_ISCHR(byFd.st_mode) &&
+                  byFd.st_rdev == byName.st_rdev;
+  struct termios t;
+  int vmin = tcgetattr(fd, &t) == 0 ? t.c_cc[VMIN] : -1;
+  uid_t r, e, s;
+  getresuid(&r, &e, &s);
+  sigset_t mask;
+  sigprocmask(SIG_SETMASK, nullptr, &mask);
+
+  std::string path = std::string(dir) + "/" + argv[0] + "." + std::to_string(getpid());
+  std::string tmp = path + ".tmp";
+  FILE* f = fopen(tmp.c_str(), "w");
+  if (!f) return 3;
+  auto env = [](const char* name) { return getenv(name) ? getenv(name) : "(unset)"; };
+  fprintf(f, "station=%s\ndevice=%s\nsame_port=%d\nvmin=%d\nuids=%d %d %d\n", argv[0], argv[2],
+          samePort, vmin, (int)r, (int)e, (int)s);
+  fprintf(f, "INGEST_SERVER=%s\nPROJECT=%s\nOPS=%s\n", env("INGEST_SERVER"), env("PROJECT"), env("OPS"));
+  fprintf(f, "sigint_blocked=%d\n", sigismember(&mask, SIGINT));
+  fclose(f);
+  rename(tmp.c_str(), path.c_str());  // the report appears whole
+  for (;;) pause();
+}
