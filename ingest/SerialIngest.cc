@@ -284,6 +284,9 @@ int SerialIngest::daemonMode() {
       return -1;
     }
   }
+  // A server that drops a remote-procedure connection must not end the
+  // supervisor through SIGPIPE; the failed call is reported instead.
+  signal(SIGPIPE, SIG_IGN);
   // Nothing clears this: every pass re-reads ingest.conf, so a restart
   // always sees the current table.
   _reconfig = 1;
@@ -352,6 +355,7 @@ bool SerialIngest::startChild(const IngestConfigEntry& entry, const sigset_t& ch
     signal(SIGCHLD, SIG_DFL);
     signal(SIGINT, SIG_DFL);
     signal(SIGHUP, SIG_DFL);
+    signal(SIGPIPE, SIG_DFL);
     sigprocmask(SIG_SETMASK, &childMask, nullptr);
     closelog();
     char fdtext[16];
