@@ -22,6 +22,7 @@
 
 #include "Exception.h"
 #include "IngestConfig.h"
+#include "Sample.h"
 #include "TTy.h"
 #include "getTernServerEnvVar.h"
 #include "heron_fopen.h"
@@ -103,9 +104,28 @@ int SerialIngest::debugMode() {
   switch (_rstr.output) {
     case SerialIngestRunstring::OCTCHAR: return octout(tty.get());
     case SerialIngestRunstring::HEX: return hexout(tty.get());
-    default:
-      logit(3, "%s: sample output is not available in this version; use -O or -H", _appname);
-      return -1;
+    default: return sampleOutput(tty.get());
+  }
+}
+
+const char* SerialIngest::fastoutModuleName() {
+  const char* name = getenv("SERIAL_INGEST_TERN");
+  return name != nullptr && name[0] != '\0' ? name : SERIAL_INGEST_DEFAULT_TERN;
+}
+
+int SerialIngest::sampleOutput(TTy* tty) {
+  OwlFastoutRawDataInput input(tty->getName(), fastoutModuleName(), 0, tty->fd());
+  RawSample sample;
+  char line[2 + RawSample::maxTextLen + 1];
+  for (;;) {
+    const int r = input.readSample(&sample);
+    if (r != 1 && r != 2) continue;
+    // "B " marks a sample dropped for a missing end-of-message byte.
+    line[0] = r == 1 ? ' ' : 'B';
+    line[1] = ' ';
+    size_t n = 2 + static_cast<size_t>(sample.format(line + 2));
+    line[n++] = '\n';
+    if (fwrite(line, 1, n, stdout) != n || fflush(stdout) != 0) throw oru::IOException("stdout", "write", errno);
   }
 }
 

@@ -13,6 +13,12 @@
 
 #include "SerialIngestRunstring.h"
 
+// Built-in name of the module whose fast output sampling mode reads; a
+// build may set its own (-DSERIAL_INGEST_DEFAULT_TERN=\"name\").
+#ifndef SERIAL_INGEST_DEFAULT_TERN
+#define SERIAL_INGEST_DEFAULT_TERN "tern1"
+#endif
+
 class IngestConfig;
 class TTy;
 
@@ -32,6 +38,16 @@ class SerialIngest {
   // Supervises one "Ingest" process per serial port of this host until
   // SIGINT; see the manual page.
   int daemonMode();
+
+  // Prints one line per raw sample that arrives on the port, "  " before a
+  // good one and "B " before one dropped for a missing end-of-message byte,
+  // each line flushed at once.  Ends only with an exception (the line hung
+  // up, a read failed, a signal arrived).
+  int sampleOutput(TTy* tty);
+
+  // The acquisition module that sampled records are attributed to:
+  // $SERIAL_INGEST_TERN when set and not empty, else the built-in default.
+  static const char* fastoutModuleName();
 
   // Dump the port's bytes to standard output until the line ends or fails:
   // each ends with an exception (oru::EOFException when a read returns

@@ -1,0 +1,69 @@
+// Merges several raw data inputs into one stream of samples in time order.
+//
+// One sample is kept read ahead from every input; getSample hands out the
+// earliest and reads that input's next one.  An input that ends is dropped
+// and the others go on; when none is left getSample throws
+// oru::EOFException("all inputs", "getSample").  An input that fails
+// (oru::IOException) or is interrupted (oru::InterruptedException) is
+// dropped too and the exception reaches the caller.
+//
+// Times come from each input's own time-tag guard: a sample it could not
+// trust has the time RawDataInput::BIGBANG and goes out at once; callers
+// drop such samples.
+#ifndef HERON_RAWDATAINPUTS_H
+#define HERON_RAWDATAINPUTS_H
+
+#include <vector>
+
+#include "Sample.h"
+
+class RawDataInputs {
+ public:
+  RawDataInputs() : _outsample(new RawSample), _ninputs(0) {}
+  // Deletes every input and sample.
+  ~RawDataInputs();
+
+  RawDataInputs(const RawDataInputs&) = delete;
+  RawDataInputs& operator=(const RawDataInputs&) = delete;
+
+  // Takes ownership and reads the input's first sample ahead.  An input
+  // that has no samples at all is dropped at once; no other input's
+  // sample is consumed.  Failures of that first read are thrown on as by
+  // getSample.
+  void addInput(RawDataInput* in);
+
+  // The next sample in time order and, in t, its time.  The sample stays
+  // owned by the merger and is valid until the next call.  Null only when
+  // every remaining input is non-blocking and has no data now.
+  RawSample* getSample(double& t);
+
+  // Reads the next sample of input i into its read-ahead slot and puts i
+  // in its place in the time order (i stands first, or anywhere when
+  // pending is set).  Returns the input's readSample result.
+  int readSample(int i, int pending);
+
+  // Deletes input i and its samples; the inputs above it move down one
+  // index.
+  void removeInput(int i);
+
+  int size() const { return _ninputs; }
+
+ private:
+  void moveToFront(int pos);
+  void placeFirst(double t);
+  bool isPending(int i) const;
+
+  std::vector<RawDataInput*> _inputs;
+  // Per input, the sample read ahead.
+  std::vector<RawSample*> _samples;
+  // The sample last handed out.  It is exchanged with the read-ahead slot
+  // of its input, so samples are never copied, and it belongs to the merger
+  // so that it outlives an input that ends on the read behind it.
+  RawSample* _outsample;
+  std::vector<double> _uts;
+  std::vector<int> _seq;
+  int _ninputs;
+  std::vector<int> _pending;
+};
+
+#endif
