@@ -258,11 +258,10 @@ double RawDataInput::accept(long ms, double t) {
   return t;
 }
 
-double RawDataInput::tt_to_secs(long tt) {
-  long ms = tt_to_msecs(tt);
+double RawDataInput::guardedSecs(long ms) {
   if (ms > kMsecsPerDay || ms < 0) return BIGBANG;
   if (ms == kMsecsPerDay) ms = 0;
-  double t = t0day + ms / 1000.0;
+  double t = t0day + ms * 0.001;
 
   if (ms >= lastTT || t >= lastUT) {
     if (t < lastUT + GT_LIMIT_SEC) {

@@ -129,7 +129,21 @@ class RawDataInput {
   // Absolute time of a time tag (wire order), or BIGBANG when the sample
   // must be dropped: impossible tags, and tags too far from the last
   // accepted one until enough of them in a row make them believable.
-  double tt_to_secs(long tt);
+  double tt_to_secs(long tt) {
+    // The usual case, kept inline: a tag not earlier than the last one and
+    // less than two hours after it.
+    const long ms = tt_to_msecs(tt);
+    if (ms >= lastTT && ms < 86400000L) {
+      const double t = t0day + ms * 0.001;
+      if (t < lastUT + GT_LIMIT_SEC) {
+        n_lt = n_gt = n_lt_warn = firstInFile = 0;
+        lastTT = ms;
+        lastUT = t;
+        return t;
+      }
+    }
+    return guardedSecs(ms);
+  }
   static long tt_to_msecs(long tt) { return TTConv::Msecs(tt); }
   // Milliseconds of the day (0..86,399,999) to a time tag in wire order.
   static long msecs_to_tt(long msecs);
@@ -162,6 +176,8 @@ class RawDataInput {
   int _checkEOM;
 
  private:
+  // The guard for every other tag, given in milliseconds of the day.
+  double guardedSecs(long ms);
   double accept(long ms, double t);
   [[noreturn]] void interrupted();
   static volatile sig_atomic_t lastSignal;
