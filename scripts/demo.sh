@@ -1,16 +1,30 @@
 #!/bin/sh
-# Builds serial_ingest and shows it at work without hardware: an example
-# instrument stream is played into a pseudo-terminal
-# and dumped in hexadecimal, then in octal and characters.
+# Builds serial_ingest and shows it at work without hardware: the example
+# site's raw data are played, as an acquisition module's fast output, into a
+# pseudo-terminal on which serial_ingest samples; then the site's archive
+# is dumped in time order, and an instrument's text stream is dumped in
+# hexadecimal.
 set -eu
 cd "$(dirname "$0")/.."
 sh scripts/install-deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j "$(nproc)" --target serial_ingest ptyfeed
+cmake --build build -j "$(nproc)" --target serial_ingest raw_playback raw_dump ptyfeed
+HERON=$(pwd)/examples/site
+PROJECT=demo
+OPS=ops1
+export HERON PROJECT OPS
+raw=$HERON/projects/$PROJECT/$OPS/raw
+echo "== serial_ingest sampling a pseudo-terminal at 230400 baud, fed with"
+echo "   $raw/tern1_20261121_120000.raw at ten times its speed"
+echo "   (first 12 lines, then every 250th; the line hangs up at the end)"
+build/tools/raw_playback -s 10 "$raw/tern1_20261121_120000.raw" -- \
+  build/ingest/serial_ingest -B 23040 -L -d %s |
+  awk 'NR <= 12 || NR % 250 == 0 { printf "%5d %s\n", NR, $0 } END { print "lines:", NR }' || true
+echo
+echo "== raw_dump of both modules' archives, merged in time order (first 16 lines)"
+build/tools/raw_dump -D "2026 11 21" "$raw"/*.raw 2>/dev/null | sed -n '1,16p'
+echo
 stream=examples/streams/sonic_ascii.txt
 echo "== serial_ingest -H on a pseudo-terminal fed with $stream"
 build/ingest/ptyfeed "$stream" build/ingest/serial_ingest -B 9600 -L -H -d %s || true
-echo
-echo "== serial_ingest -O on the same stream"
-build/ingest/ptyfeed "$stream" build/ingest/serial_ingest -B 9600 -L -O -d %s || true
 echo
