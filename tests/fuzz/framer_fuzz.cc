@@ -2,7 +2,7 @@
 // plain stream or a stream framed by end-of-message bytes.
 //
 // Input: byte 0 chooses the framing (odd: end-of-message bytes checked),
-// byte 1 seeds the piece sizes, the rest is the stream.  Checked: the framer
+// byte 1 starts the piece sizes, the rest is the stream.  Checked: the framer
 // ends, never reads outside its buffer, and invents nothing: on a plain
 // stream the samples delivered, laid end to end, are exactly the start of
 // the stream; on a framed stream each delivered sample, with its

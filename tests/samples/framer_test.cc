@@ -20,18 +20,18 @@
 namespace {
 
 using sample_test::bytesOf;
-using sample_test::Spec;
+using sample_test::Record;
 
 std::string dataOf(const RawSample& s) { return std::string(static_cast<const char*>(s.data), s.size()); }
 
-bool same(const RawSample& s, const Spec& e) {
+bool same(const RawSample& s, const Record& e) {
   return s.Msecs() == static_cast<int>(e.ms) && s.chan == e.chan && s.len == e.data.size() &&
          dataOf(s) == e.data;
 }
 
 TEST(RawSampleForm, TextIsMsecsChannelSizeAndWholeWords) {
   RawSample s;
-  const std::string b = bytesOf(Spec{43200123, 7, std::string("\x01\x00\xff\xff\x34", 5)});
+  const std::string b = bytesOf(Record{43200123, 7, std::string("\x01\x00\xff\xff\x34", 5)});
   memcpy(&s.tt, b.data(), 4);
   s.chan = 7;
   s.len = 5;
@@ -49,8 +49,8 @@ TEST(RawSampleForm, TextIsMsecsChannelSizeAndWholeWords) {
 }
 
 TEST(RawSampleForm, WriteKeepsTheWireBytes) {
-  const Spec spec{86399999, 255, std::string(255, '\x7f')};
-  const std::string wire = bytesOf(spec);
+  const Record rec{86399999, 255, std::string(255, '\x7f')};
+  const std::string wire = bytesOf(rec);
   RawSample s;
   memcpy(&s.tt, wire.data(), 4);
   s.chan = 255;
@@ -79,15 +79,15 @@ TEST(RawSampleForm, WriteKeepsTheWireBytes) {
 
 // Random samples whose bytes never hold the end-of-message byte, so that a
 // framing error can only ever resynchronise on a true sample boundary.
-std::vector<Spec> randomSamples(std::mt19937& rng, int n) {
-  std::vector<Spec> v;
+std::vector<Record> randomSamples(std::mt19937& rng, int n) {
+  std::vector<Record> v;
   auto byte = [&rng]() {
     uint8_t b;
     do b = static_cast<uint8_t>(rng()); while (b == 3);
     return b;
   };
   for (int i = 0; i < n; ++i) {
-    Spec s;
+    Record s;
     do s.ms = rng() % 86400000u; while ((htonl(s.ms) & 0xff) == 3 || ((htonl(s.ms) >> 8) & 0xff) == 3 ||
                                        ((htonl(s.ms) >> 16) & 0xff) == 3 || (htonl(s.ms) >> 24) == 3);
     s.chan = byte();
@@ -116,7 +116,7 @@ struct Pipe {
 
 struct Result {
   int r;
-  Spec s;
+  Record s;
 };
 
 // Writes bytes to wfd in random pieces, reads after each, and collects
@@ -130,15 +130,15 @@ std::vector<Result> feedInPieces(RawDataInput& in, int wfd, const std::string& b
     pos += piece;
     int r;
     while ((r = in.readSample(&s)) != 0)
-      out.push_back({r, Spec{static_cast<uint32_t>(s.Msecs()), s.chan, dataOf(s)}});
+      out.push_back({r, Record{static_cast<uint32_t>(s.Msecs()), s.chan, dataOf(s)}});
   }
   return out;
 }
 
 TEST(Framer, RandomStreamsInRandomPiecesArriveWholeAndInOrder) {
-  for (int seedling = 1; seedling <= 20; ++seedling) {
-    std::mt19937 rng(seedling);
-    const std::vector<Spec> samples = randomSamples(rng, 400);
+  for (int round = 1; round <= 20; ++round) {
+    std::mt19937 rng(round);
+    const std::vector<Record> samples = randomSamples(rng, 400);
     for (bool framed : {false, true}) {
       std::vector<Result> got;
       if (framed) {
@@ -158,7 +158,7 @@ TEST(Framer, RandomStreamsInRandomPiecesArriveWholeAndInOrder) {
         close(sv[0]);
         close(sv[1]);
       }
-      ASSERT_EQ(got.size(), samples.size()) << "start value " << seedling << (framed ? " framed" : "");
+      ASSERT_EQ(got.size(), samples.size()) << "start value " << round << (framed ? " framed" : "");
       for (size_t i = 0; i < got.size(); ++i) {
         ASSERT_EQ(got[i].r, 1);
         ASSERT_EQ(got[i].s.ms, samples[i].ms) << i;
@@ -174,9 +174,9 @@ TEST(Framer, RandomStreamsInRandomPiecesArriveWholeAndInOrder) {
 // end-of-message byte and goes on after it: the samples up to that byte are
 // given up, every other sample arrives intact, and nothing else arrives.
 TEST(Framer, CorruptionCostsOnlyWhatResynchronisationGivesUp) {
-  for (int seedling = 1; seedling <= 30; ++seedling) {
-    std::mt19937 rng(1000 + seedling);
-    const std::vector<Spec> samples = randomSamples(rng, 300);
+  for (int round = 1; round <= 30; ++round) {
+    std::mt19937 rng(1000 + round);
+    const std::vector<Record> samples = randomSamples(rng, 300);
     std::vector<int> damage(samples.size(), 0);  // 0 intact, 1 spoilt, 2 removed
     for (size_t i = 0; i + 1 < samples.size(); ++i)
       if (rng() % 12 == 0) damage[i] = 1 + static_cast<int>(rng() % 2);
@@ -202,7 +202,7 @@ TEST(Framer, CorruptionCostsOnlyWhatResynchronisationGivesUp) {
     OwlFastoutRawDataInput in("pipe", "t", 0, p.fds[0]);
     in.setNonBlocking(1);
     const std::vector<Result> got = feedInPieces(in, p.fds[1], bytes, rng);
-    ASSERT_EQ(got.size(), want.size()) << "start value " << seedling;
+    ASSERT_EQ(got.size(), want.size()) << "start value " << round;
     for (size_t i = 0; i < got.size(); ++i) {
       ASSERT_EQ(got[i].r, want[i].r) << i;
       ASSERT_EQ(got[i].s.ms, want[i].s.ms) << i;
@@ -213,7 +213,7 @@ TEST(Framer, CorruptionCostsOnlyWhatResynchronisationGivesUp) {
 
 TEST(Framer, MissingEndOfMessageGivesOneResultTwoThenResumes) {
   // No byte but the end-of-message bytes may be 3 here.
-  const Spec a{1100, 1, "abcd"}, b{2000, 2, "efgh"}, c{3100, 4, "ijkl"};
+  const Record a{1100, 1, "abcd"}, b{2000, 2, "efgh"}, c{3100, 4, "ijkl"};
   Pipe p;
   p.put(bytesOf(a, true) + bytesOf(b) + bytesOf(c, true) + bytesOf(a, true));
   OwlFastoutRawDataInput in("pipe", "t", 0, p.fds[0]);
@@ -237,7 +237,7 @@ class DatagramInput : public RawDataInput {
 };
 
 TEST(Framer, SplitSampleWaitsOnStreamsAndIsDroppedFromDatagrams) {
-  const Spec a{1000, 1, "0123456789"}, b{2000, 2, "ab"};
+  const Record a{1000, 1, "0123456789"}, b{2000, 2, "ab"};
   const std::string wa = bytesOf(a), wb = bytesOf(b);
 
   int st[2];
@@ -281,8 +281,8 @@ TEST(Framer, EndOfDataMarkerEndsTheInput) {
   std::string almost = marker;
   almost[254] = 'x';
   const std::string path = sample_test::writeScratch(
-      "marker.raw", bytesOf(Spec{5, 3, almost}) + bytesOf(Spec{6, 4, marker}) + bytesOf(Spec{7, 3, marker}) +
-                        bytesOf(Spec{8, 1, "zz"}));
+      "marker.raw", bytesOf(Record{5, 3, almost}) + bytesOf(Record{6, 4, marker}) + bytesOf(Record{7, 3, marker}) +
+                        bytesOf(Record{8, 1, "zz"}));
   std::vector<char*> names{const_cast<char*>(path.c_str())};
   FilesRawDataInput in(0, names, {0.0});
   RawSample s;
@@ -319,7 +319,7 @@ TEST(Framer, CaughtSignalEndsTheNextRead) {
 }
 
 TEST(Framer, FilesFollowOneAnotherAndEndWithTheLast) {
-  const Spec a{100, 1, "aa"}, b{200, 2, "bbbb"}, c{300, 3, ""};
+  const Record a{100, 1, "aa"}, b{200, 2, "bbbb"}, c{300, 3, ""};
   // The second file ends inside a sample: the piece is not invented into
   // anything and the third file starts clean.
   const std::string one = sample_test::writeScratch("one.raw", bytesOf(a));

@@ -17,13 +17,13 @@
 namespace {
 
 using sample_test::bytesOf;
-using sample_test::Spec;
+using sample_test::Record;
 
 const double kDay = UTime(0, 2026, 11, 21, 0, 0, 0.0f).val();
 const uint32_t kNoon = 12 * 3600000;
 
 // A file input of the given samples, starting at noon of kDay.
-RawDataInput* fileInput(const std::string& name, int index, const std::vector<Spec>& samples) {
+RawDataInput* fileInput(const std::string& name, int index, const std::vector<Record>& samples) {
   const std::string path = sample_test::writeScratch(name, bytesOf(samples));
   std::vector<char*> names{const_cast<char*>(path.c_str())};
   return new FilesRawDataInput(index, names, {kDay + 43200});
@@ -117,9 +117,9 @@ TEST(Merge, InputWithNothingNowWaitsAndLosesNothing) {
   const uint32_t now = static_cast<uint32_t>(UTime::Msecs(static_cast<double>(time(nullptr))));
   // A good sample, one without its end-of-message byte (given up with the
   // one after it), and two good ones.
-  const std::string bytes = bytesOf(Spec{now, 1, "ab"}, true) + bytesOf(Spec{now + 1, 2, "cd"}) +
-                            bytesOf(Spec{now + 2, 4, "ef"}, true) + bytesOf(Spec{now + 4, 5, "gh"}, true) +
-                            bytesOf(Spec{now + 5, 6, "ij"}, true);
+  const std::string bytes = bytesOf(Record{now, 1, "ab"}, true) + bytesOf(Record{now + 1, 2, "cd"}) +
+                            bytesOf(Record{now + 2, 4, "ef"}, true) + bytesOf(Record{now + 4, 5, "gh"}, true) +
+                            bytesOf(Record{now + 5, 6, "ij"}, true);
   ASSERT_EQ(write(fds[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   std::vector<int> chans;
   RawSample* s;
@@ -133,18 +133,18 @@ TEST(Merge, InputWithNothingNowWaitsAndLosesNothing) {
 }
 
 TEST(Merge, RandomFilesComeOutWholeAndInTimeOrder) {
-  for (int seedling = 1; seedling <= 12; ++seedling) {
-    std::mt19937 rng(seedling);
+  for (int round = 1; round <= 12; ++round) {
+    std::mt19937 rng(round);
     const int ninputs = 1 + static_cast<int>(rng() % 16);
     RawDataInputs m;
     std::vector<std::tuple<uint32_t, int, int>> want;  // ms, input, sequence in input
     for (int i = 0; i < ninputs; ++i) {
-      std::vector<Spec> v;
+      std::vector<Record> v;
       uint32_t ms = kNoon;
       const int n = static_cast<int>(rng() % 200);
       for (int k = 0; k < n; ++k) {
         ms += rng() % 30;  // ties within and across inputs
-        Spec s{ms, static_cast<uint8_t>(i), std::string(reinterpret_cast<char*>(&k), 2)};
+        Record s{ms, static_cast<uint8_t>(i), std::string(reinterpret_cast<char*>(&k), 2)};
         v.push_back(s);
         want.emplace_back(ms, i, k);
       }
@@ -167,12 +167,12 @@ TEST(Merge, RandomFilesComeOutWholeAndInTimeOrder) {
     }
     std::sort(want.begin(), want.end());
     std::sort(got.begin(), got.end());
-    ASSERT_EQ(got, want) << "start value " << seedling;
+    ASSERT_EQ(got, want) << "start value " << round;
   }
 }
 
 TEST(Merge, SearchSkipsToTheTime) {
-  std::vector<Spec> v;
+  std::vector<Record> v;
   for (uint32_t k = 0; k < 10; ++k) v.push_back({kNoon + 100 * k, 1, ""});
   std::unique_ptr<RawDataInput> in(fileInput("search.raw", 0, v));
   RawSample s;

@@ -13,13 +13,13 @@ namespace sample_test {
 
 // One sample as it travels: header (time tag in milliseconds of the day,
 // big-endian), data; eom appends the end-of-message byte 3.
-struct Spec {
+struct Record {
   uint32_t ms;
   uint8_t chan;
   std::string data;
 };
 
-inline std::string bytesOf(const Spec& s, bool eom = false) {
+inline std::string bytesOf(const Record& s, bool eom = false) {
   std::string b;
   const uint32_t tt = htonl(s.ms);
   b.append(reinterpret_cast<const char*>(&tt), 4);
@@ -30,9 +30,9 @@ inline std::string bytesOf(const Spec& s, bool eom = false) {
   return b;
 }
 
-inline std::string bytesOf(const std::vector<Spec>& v, bool eom = false) {
+inline std::string bytesOf(const std::vector<Record>& v, bool eom = false) {
   std::string b;
-  for (const Spec& s : v) b += bytesOf(s, eom);
+  for (const Record& s : v) b += bytesOf(s, eom);
   return b;
 }
 

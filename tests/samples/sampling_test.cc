@@ -21,10 +21,10 @@
 namespace {
 
 using sample_test::bytesOf;
-using sample_test::Spec;
+using sample_test::Record;
 
 // The text serial_ingest prints for a sample, built here independently.
-std::string lineOf(const Spec& s, const char* prefix = "  ") {
+std::string lineOf(const Record& s, const char* prefix = "  ") {
   std::ostringstream os;
   os << prefix << s.ms << ' ' << static_cast<int>(s.chan) << ' ' << s.data.size();
   for (size_t i = 0; i + 1 < s.data.size(); i += 2) {
@@ -37,11 +37,11 @@ std::string lineOf(const Spec& s, const char* prefix = "  ") {
 }
 
 TEST(Sampling, HundredThousandSamplesPlayedAt230400AllPrinted) {
-  std::vector<Spec> samples;
+  std::vector<Record> samples;
   std::string want;
   for (uint32_t i = 0; i < 100000; ++i) {
     // 20-byte samples whose data includes end-of-message bytes.
-    Spec s{(36000000 + i * 5) % 86400000, static_cast<uint8_t>(i % 7), std::string(14, '\0')};
+    Record s{(36000000 + i * 5) % 86400000, static_cast<uint8_t>(i % 7), std::string(14, '\0')};
     for (int k = 0; k < 14; ++k) s.data[static_cast<size_t>(k)] = static_cast<char>((i * 31 + static_cast<uint32_t>(k)) % 256);
     want += lineOf(s);
     samples.push_back(std::move(s));
@@ -83,7 +83,7 @@ TEST(Sampling, MissingEndOfMessageIsPrintedWithB) {
     if (tcgetattr(slave, &t) == 0 && t.c_cc[VMIN] == 128) break;
     usleep(10000);
   }
-  const Spec good{1100, 1, "abcd"}, bad{2000, 2, "efgh"}, lost{3100, 4, "ij"}, next{4200, 5, "kl"};
+  const Record good{1100, 1, "abcd"}, bad{2000, 2, "efgh"}, lost{3100, 4, "ij"}, next{4200, 5, "kl"};
   const std::string bytes = bytesOf(good, true) + bytesOf(bad) + bytesOf(lost, true) + bytesOf(next, true);
   ASSERT_EQ(write(master, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   for (int i = 0, n = 1; i < 300 && n > 0; ++i) {  // until the line has handed everything over
@@ -110,8 +110,8 @@ TEST(Sampling, MissingEndOfMessageIsPrintedWithB) {
 
 TEST(RawDump, MergesFilesInTimeOrderWithAbsoluteTimes) {
   const std::string a = sample_test::writeScratch(
-      "dump_a.raw", bytesOf(std::vector<Spec>{{43200000, 1, std::string("\x01\x00", 2)}, {43200300, 1, std::string("\x02\x00", 2)}}));
-  const std::string b = sample_test::writeScratch("dump_b.raw", bytesOf(std::vector<Spec>{{43200100, 2, ""}}));
+      "dump_a.raw", bytesOf(std::vector<Record>{{43200000, 1, std::string("\x01\x00", 2)}, {43200300, 1, std::string("\x02\x00", 2)}}));
+  const std::string b = sample_test::writeScratch("dump_b.raw", bytesOf(std::vector<Record>{{43200100, 2, ""}}));
   RunResult r = runProgram({RAW_DUMP_BIN, "-D", "2026 11 21", a, b});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out,
@@ -121,7 +121,7 @@ TEST(RawDump, MergesFilesInTimeOrderWithAbsoluteTimes) {
 
   // A start time per file; its own time format; standard input.
   r = runProgram({RAW_DUMP_BIN, "-s", "2026 1 2 12:00", "-f", "%j %H:%M:%S%1F", "-"},
-                 bytesOf(std::vector<Spec>{{43200000, 1, ""}, {43260000, 1, ""}}));
+                 bytesOf(std::vector<Record>{{43200000, 1, ""}, {43260000, 1, ""}}));
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "002 12:00:00.0 0 43200000 1 0\n002 12:01:00.0 0 43260000 1 0\n");
 
