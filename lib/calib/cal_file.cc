@@ -8,7 +8,9 @@
 #include <string.h>
 
 #include "cal_parse.h"
+extern "C" {
 #include "calfile_parser.h"
+}
 #include "calib_common.h"
 #include "heron_fopen.h"
 

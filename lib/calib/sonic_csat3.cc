@@ -145,8 +145,8 @@ extern "C" int sonic_csat3(double* time, calib_input in, float* out, int ichan) 
   if (missing(c)) {
     out[3] = CALIB_MISSING;
   } else {
-    const float q = c / 20.067f;
-    out[3] = q * q - 273.15f;
+    const double q = c / 20.067;
+    out[3] = static_cast<float>(q * q - 273.15);
   }
 
   const int counter = diag & 0x3f;
