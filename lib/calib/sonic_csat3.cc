@@ -74,16 +74,18 @@ extern "C" int sonic_csat3(double* time, calib_input in, float* out, int ichan) 
   }
 
   // A record that the acquisition split across two samples is put back
-  // together from the end of the previous one.
+  // together from the end of the previous one.  The raw bytes are kept even
+  // without a shift, so that a later calibration record with one finds the
+  // sample before it.
   char rec[kRecordBytes];
   const char* raw = in.raw;
   if (u.shift > 0) {
     const int k = u.shift;
     memcpy(rec, u.prev_raw + kRecordBytes - k, static_cast<size_t>(k));
     memcpy(rec + k, raw, static_cast<size_t>(kRecordBytes - k));
-    memcpy(u.prev_raw, raw, kRecordBytes);
     raw = rec;
   }
+  memcpy(u.prev_raw, in.raw, kRecordBytes);
 
   const int diag = static_cast<unsigned short>(noflop_short(raw + 8));
   float wind[3];

@@ -31,6 +31,8 @@ TEST(Generic, LinearFamily) {
   EXPECT_STREQ(info->units[0], "W/m2");
   EXPECT_STREQ(info->paramString, "slope=2.00, intcpt=1.00");
   EXPECT_FLOAT_EQ(convert(linear, 1.5f), 4.0f);
+  InfoPtr described(linear_init(0, 0, p.get(), p.size(), 1));  // no use: only the description
+  EXPECT_STREQ(described->units[0], "W/m2");
 
   Params two;
   two.num(-0.5).num(3);

@@ -79,15 +79,6 @@ TEST(CalibInfo, UnitsAndSummary) {
   FreeCalibInfo(none);
 }
 
-TEST(CalibInfo, InitWithoutUsesOnlyDescribes) {
-  Params p;
-  p.num(2).num(1).text("W/m2");
-  InfoPtr info(linear_init(0, 0, p.get(), p.size(), 1));
-  ASSERT_EQ(info->iout, 1);
-  EXPECT_STREQ(info->units[0], "W/m2");
-  EXPECT_STREQ(info->paramString, "slope=2.00, intcpt=1.00");
-}
-
 TEST(RegistryDeathTest, UseIndexOutsideItsTable) {
   Params p;
   p.num(1).num(0);
