@@ -1,0 +1,24 @@
+# The site-configuration scanner and the channel_config grammar.  Their
+# symbols carry their own prefixes ("scanner", "channels") so that other
+# generated scanners and grammars can live in the same program.
+find_package(FLEX REQUIRED)
+find_package(BISON REQUIRED)
+
+flex_target(heron_config_scanner
+  ${CMAKE_CURRENT_SOURCE_DIR}/config_scanner.l
+  ${CMAKE_CURRENT_BINARY_DIR}/config_scanner.cc)
+
+bison_target(heron_channels_parser
+  ${CMAKE_CURRENT_SOURCE_DIR}/channels.y
+  ${CMAKE_CURRENT_BINARY_DIR}/channels_parse.cc
+  DEFINES_FILE ${CMAKE_CURRENT_BINARY_DIR}/channels_parse.h
+  COMPILE_FLAGS "-Wall")
+
+target_sources(heron PRIVATE
+  ${FLEX_heron_config_scanner_OUTPUTS}
+  ${BISON_heron_channels_parser_OUTPUTS})
+
+# The scanner routes flex's own fatal errors through logit, which leaves
+# flex's built-in reporter unused.
+set_source_files_properties(${FLEX_heron_config_scanner_OUTPUTS}
+  PROPERTIES COMPILE_OPTIONS -Wno-unused-function)
