@@ -51,7 +51,6 @@ class UseTable {
   }
   T& operator[](int ichan) { return entries_[static_cast<size_t>(ichan)]; }
   T* data() { return entries_.data(); }
-  size_t size() const { return entries_.size(); }
 
  private:
   std::vector<T> entries_;

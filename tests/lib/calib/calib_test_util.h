@@ -47,12 +47,7 @@ inline InfoPtr init(calib_init_t f, Params& p, int nout = 1, int ichan = 0, int 
   return InfoPtr(f(ichan, nchan, p.get(), p.size(), nout));
 }
 
-inline calib_input volts(float v) {
-  calib_input in;
-  in.volts = v;
-  return in;
-}
-
+inline calib_input volts(float v) { return calib_input{v}; }
 inline calib_input record(const void* bytes) {
   calib_input in;
   in.raw = static_cast<const char*>(bytes);
