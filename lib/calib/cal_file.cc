@@ -198,9 +198,14 @@ extern "C" int parse_cal_stream(FILE* fp, const char* name, calib_struct** resul
 }
 
 extern "C" calib_struct* read_cal_file(const char* name) {
+  errno = 0;
   FILE* fp = heron_cal_fopen(name, "r");
   if (!fp) {
-    perror(name);
+    // A missing HERON or PROJECT fails without a system error.
+    if (errno != 0)
+      perror(name);
+    else
+      fprintf(stderr, "%s: cannot be opened\n", name);
     return nullptr;
   }
   calib_struct* cal = nullptr;
