@@ -1,0 +1,95 @@
+// Helpers for the calibration-library tests: parameter lists as the sensor
+// configuration hands them over, scratch calibration files, and calls.
+#ifndef HERON_TESTS_CALIB_TEST_UTIL_H
+#define HERON_TESTS_CALIB_TEST_UTIL_H
+
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "calib_func.h"
+
+// A parameter list of numbers and texts, in order.
+class Params {
+ public:
+  Params& num(double v) {
+    nums_.push_back(std::make_unique<double>(v));
+    ptrs_.push_back(nums_.back().get());
+    return *this;
+  }
+  Params& text(const std::string& s) {
+    texts_.push_back(std::make_unique<std::string>(s));
+    ptrs_.push_back(const_cast<char*>(texts_.back()->c_str()));
+    return *this;
+  }
+  void** get() { return ptrs_.empty() ? nullptr : ptrs_.data(); }
+  int size() const { return static_cast<int>(ptrs_.size()); }
+
+ private:
+  std::vector<std::unique_ptr<double>> nums_;
+  std::vector<std::unique_ptr<std::string>> texts_;
+  std::vector<void*> ptrs_;
+};
+
+// A CalibInfo released at the end of its scope.
+struct InfoDeleter {
+  void operator()(CalibInfo* i) const { FreeCalibInfo(i); }
+};
+using InfoPtr = std::unique_ptr<CalibInfo, InfoDeleter>;
+
+inline InfoPtr init(calib_init_t f, Params& p, int nout = 1, int ichan = 0, int nchan = 1) {
+  return InfoPtr(f(ichan, nchan, p.get(), p.size(), nout));
+}
+
+inline calib_input volts(float v) { return calib_input{v}; }
+inline calib_input record(const void* bytes) {
+  calib_input in;
+  in.raw = static_cast<const char*>(bytes);
+  return in;
+}
+
+// Converts one analog value at time t.
+inline float convert(calib_func_t f, float x, double t = 0.0, int ichan = 0) {
+  float out = 0.0f;
+  f(&t, volts(x), &out, ichan);
+  return out;
+}
+
+// A scratch directory for calibration files, removed with its files.
+class ScratchDir {
+ public:
+  ScratchDir() {
+    char tmpl[] = "/tmp/calib_test_XXXXXX";
+    const char* d = mkdtemp(tmpl);
+    if (d) dir_ = d;
+  }
+  ~ScratchDir() {
+    for (const std::string& f : files_) unlink(f.c_str());
+    if (!dir_.empty()) rmdir(dir_.c_str());
+  }
+  // Writes a file and returns its absolute path.
+  std::string write(const std::string& name, const std::string& text) {
+    std::string path = dir_ + "/" + name;
+    FILE* fp = fopen(path.c_str(), "w");
+    if (fp) {
+      fwrite(text.data(), 1, text.size(), fp);
+      fclose(fp);
+    }
+    files_.push_back(path);
+    return path;
+  }
+
+ private:
+  std::string dir_;
+  std::vector<std::string> files_;
+};
+
+constexpr float kMissing = 1e37f;
+
+#endif
