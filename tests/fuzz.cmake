@@ -1,4 +1,4 @@
-# libFuzzer programs; clang only.  scripts/fuzz-calfile.sh builds and runs
+# libFuzzer programs; clang only.  scripts/fuzz.sh builds and runs
 # them with the sanitizers.
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND TARGET heron_calib)
   add_executable(calfile_fuzz ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/calfile_fuzz.cc)
