@@ -85,7 +85,7 @@ TEST_F(ChannelsTest, ExampleFileEveryRecordKind) {
             "S tern1 1 0 0 rs232 [csat3 sonic_csat3]\n"
             "S tern1 1 1 0 rs232 [krypton kh20]\n"
             "S tern1 2 4 1 rs422 [spare_logger none]\n"
-            "S tern2 1 2 0 rs232 [licor li7500]\n"
+            "S tern2 1 2 0 rs232 [irga h2o_co2]\n"
             "A tern1 0 0 0 20 2 -0.015\n"
             "A tern1 0 1 0 20 1 0\n"
             "A tern1 0 2 0 1 1 0\n"
