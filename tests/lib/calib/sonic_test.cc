@@ -13,7 +13,6 @@
 namespace {
 
 constexpr double kDeg = M_PI / 180.0;
-constexpr double k2004 = 1072915200.0;
 
 struct Rec {
   unsigned char b[10];
@@ -32,20 +31,22 @@ int diag(int flags, int ru, int rv, int rw, int counter) {
   return (flags << 12) | (ru << 10) | (rv << 8) | (rw << 6) | counter;
 }
 
-// Sets up use ichan of sonic_csat3 with one calibration record.
+// Sets up use 0 of sonic_csat3 with the calibration records in cal; the
+// options (mode word, "proto") follow the two predictor constants.
 class Csat3 {
  public:
-  Csat3(ScratchDir& dir, const std::string& cal, double tau = 1200, double k = 4,
-        const char* mode = nullptr, const char* proto = nullptr) {
-    std::string path = dir.write("csat3_" + std::to_string(++files_) + ".cal", cal);
-    params_.text(path).num(tau).num(k);
-    if (mode) params_.text(mode);
-    if (proto) params_.text(proto);
+  Csat3(ScratchDir& dir, const std::string& cal, double tau = 1200, std::vector<const char*> options = {})
+      : params_{dir.write("csat3_" + std::to_string(++files_) + ".cal", cal), tau, 4} {
+    for (const char* o : options) params_.add(o);
     info_ = init(sonic_csat3_init, params_, 9);
   }
   const float* operator()(const Rec& r, double t) {
     sonic_csat3(&t, record(r.b), out_, 0);
     return out_;
+  }
+  std::vector<float> all(const Rec& r, double t) {
+    (*this)(r, t);
+    return std::vector<float>(out_, out_ + 9);
   }
   CalibInfo* info() { return info_.get(); }
 
@@ -61,6 +62,12 @@ const char kPlain[] = "2004 1 00:00 0 0 0 0 0 0 0\n";
 
 float sonic_temp(double c) { return static_cast<float>((c / 20.067) * (c / 20.067) - 273.15); }
 
+// Outputs against want, to float precision.
+void expectOutputs(const std::vector<float>& got, const std::vector<float>& want) {
+  ASSERT_EQ(got.size(), want.size());
+  for (size_t i = 0; i < want.size(); ++i) EXPECT_FLOAT_EQ(got[i], want[i]) << "output " << i;
+}
+
 }  // namespace
 
 TEST(SonicTilt, RotationThatLevelsTheInstrument) {
@@ -68,20 +75,18 @@ TEST(SonicTilt, RotationThatLevelsTheInstrument) {
     for (double az : {0.0, 30.0, 135.0, -100.0}) {
       float m[9];
       EXPECT_EQ(sonic_tilt_matrix(lean * kDeg, az * kDeg, m), 0);
+      auto row = [&m](int i, const double* v) { return m[3 * i] * v[0] + m[3 * i + 1] * v[1] + m[3 * i + 2] * v[2]; };
       for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j) {
-          double dot = 0;
-          for (int n = 0; n < 3; ++n) dot += m[3 * i + n] * m[3 * j + n];
-          EXPECT_NEAR(dot, i == j ? 1.0 : 0.0, 1e-6) << lean << " " << az;
+          const double mj[3] = {m[3 * j], m[3 * j + 1], m[3 * j + 2]};
+          EXPECT_NEAR(row(i, mj), i == j ? 1.0 : 0.0, 1e-6) << lean << " " << az;
         }
       const double det = m[0] * (m[4] * m[8] - m[5] * m[7]) - m[1] * (m[3] * m[8] - m[5] * m[6]) +
                          m[2] * (m[3] * m[7] - m[4] * m[6]);
       EXPECT_NEAR(det, 1.0, 1e-6);
       // The true vertical as the leaning instrument sees it.
-      const double k[3] = {sin(lean * kDeg) * cos(az * kDeg), sin(lean * kDeg) * sin(az * kDeg),
-                           cos(lean * kDeg)};
-      for (int i = 0; i < 3; ++i)
-        EXPECT_NEAR(m[3 * i] * k[0] + m[3 * i + 1] * k[1] + m[3 * i + 2] * k[2], i == 2 ? 1.0 : 0.0, 1e-6);
+      const double k[3] = {sin(lean * kDeg) * cos(az * kDeg), sin(lean * kDeg) * sin(az * kDeg), cos(lean * kDeg)};
+      for (int i = 0; i < 3; ++i) EXPECT_NEAR(row(i, k), i == 2 ? 1.0 : 0.0, 1e-6);
     }
   }
   float m[9];
@@ -119,28 +124,15 @@ TEST(SonicCsat3, DecodesRangesMissingValuesAndTemperature) {
   EXPECT_NE(std::string(s.info()->paramString).find("despike"), std::string::npos);
 
   // Nothing is reported before the first calibration record.
-  const float* o = s(make(1000, 1000, 1000, 0, 0), k2004 - 1);
-  for (int i = 0; i < 9; ++i) EXPECT_EQ(o[i], kMissing);
-
+  EXPECT_EQ(s.all(make(1000, 1000, 1000, 0, 0), k2004 - 1), std::vector<float>(9, kMissing));
+  // Range code 0 (0.002 m/s a count), where a zero count is missing; the
+  // missing v is indicated.
   const double t = k2004 + 10;
-  o = s(make(1000, 0, -500, 0, 0), t);
-  EXPECT_FLOAT_EQ(o[0], 2.0f);
-  EXPECT_EQ(o[1], kMissing);
-  EXPECT_FLOAT_EQ(o[2], -1.0f);
-  EXPECT_FLOAT_EQ(o[3], sonic_temp(340.0));
-  EXPECT_EQ(o[4], 0.0f);
-  EXPECT_EQ(o[5], 2.0f);  // the missing v is indicated
-  EXPECT_EQ(o[8], 0.0f);
-
-  o = s(make(1000, 1000, 1000, 1500, diag(5, 1, 2, 3, 0)), t + 0.05);
-  EXPECT_FLOAT_EQ(o[0], 1.0f);
-  EXPECT_FLOAT_EQ(o[1], 0.5f);
-  EXPECT_FLOAT_EQ(o[2], 0.25f);
-  EXPECT_FLOAT_EQ(o[3], sonic_temp(341.5));
-  EXPECT_EQ(o[8], 5.0f);
-
+  expectOutputs(s.all(make(1000, 0, -500, 0, 0), t), {2, kMissing, -1, sonic_temp(340.0), 0, 2, 0, 0, 0});
+  expectOutputs(s.all(make(1000, 1000, 1000, 1500, diag(5, 1, 2, 3, 0)), t + 0.05),
+                {1, 0.5, 0.25, sonic_temp(341.5), 0, 0, 0, 0, 5});
   // A zero count is missing only in range 0; -32768 of c is missing.
-  o = s(make(-32768, 0, 0, -32768, diag(0, 0, 1, 1, 0)), t + 0.1);
+  const float* o = s(make(-32768, 0, 0, -32768, diag(0, 0, 1, 1, 0)), t + 0.1);
   EXPECT_EQ(o[0], kMissing);
   EXPECT_EQ(o[1], 0.0f);
   EXPECT_EQ(o[3], kMissing);
@@ -175,18 +167,18 @@ TEST(SonicCsat3, OffsetsOrientationLeanAndProto) {
   EXPECT_EQ(o[0], kMissing);
   EXPECT_EQ(o[2], kMissing);
 
-  Csat3 p(dir, kPlain, 1200, 4, "despike", "prototype");
+  Csat3 p(dir, kPlain, 1200, {"despike", "prototype"});
   o = p(make(1000, 500, 300, 0, 0), k2004);
   EXPECT_FLOAT_EQ(o[0], -1.0f);
   EXPECT_FLOAT_EQ(o[1], 2.0f);
 }
 
 TEST(SonicCsat3, RealignsRecordsSplitAcrossSamples) {
-  std::vector<Rec> truth;
-  for (int n = 0; n < 12; ++n) truth.push_back(make(100 * n + 7, -50 * n - 3, 20 * n + 1, 10 * n, diag(0, 1, 1, 1, n)));
   std::vector<unsigned char> stream;
-  for (const Rec& r : truth) stream.insert(stream.end(), r.b, r.b + 10);
-
+  for (int n = 0; n < 12; ++n) {
+    const Rec r = make(100 * n + 7, -50 * n - 3, 20 * n + 1, 10 * n, diag(0, 1, 1, 1, n));
+    stream.insert(stream.end(), r.b, r.b + 10);
+  }
   ScratchDir dir;
   for (int k : {1, 3, 9}) {
     Csat3 s(dir, "2004 1 00:00 0 0 0 0 0 0 " + std::to_string(k) + "\n");
@@ -239,7 +231,7 @@ TEST(SonicCsat3, DespikesInjectedSpikes) {
 
   ScratchDir dir;
   for (bool despike : {true, false}) {
-    Csat3 s(dir, kPlain, 1200, 4, despike ? "despike" : "flag");
+    Csat3 s(dir, kPlain, 1200, {despike ? "despike" : "flag"});
     int caught = 0, falsely = 0;
     double worst = 0;
     for (int i = 0; i < n; ++i) {
@@ -249,18 +241,12 @@ TEST(SonicCsat3, DespikesInjectedSpikes) {
       const int cc = static_cast<int>(lround((series[2][i] - 340.0) / 0.001));
       const float* o = s(make(uc, 1000, wc, cc, diag(0, 0, 0, 2, (i + 1) % 64)), k2004 + i * 0.05);
       const int idx[3] = {4, 6, 7};
-      for (int v = 0; v < 3; ++v) {
-        const bool flagged = o[idx[v]] == 1.0f;
-        if (spiked[v][i]) caught += flagged;
-        else falsely += flagged;
-      }
-      if (spiked[0][i]) {
-        // In despike mode the spike is replaced by a forecast within the
-        // turbulence; in flag mode the measured value stays.
-        if (despike)
-          worst = fmax(worst, fabs(o[0] - 3.0) / 0.6);
-        else
-          EXPECT_NEAR(o[0], uc * 0.002, 1e-4) << i;
+      for (int v = 0; v < 3; ++v) (spiked[v][i] ? caught : falsely) += o[idx[v]] == 1.0f;
+      // In despike mode a spike is replaced by a forecast within the
+      // turbulence; in flag mode the measured value stays.
+      if (spiked[0][i] && despike) worst = fmax(worst, fabs(o[0] - 3.0) / 0.6);
+      if (spiked[0][i] && !despike) {
+        EXPECT_NEAR(o[0], uc * 0.002, 1e-4) << i;
       }
     }
     printf("[ spikes   ] %s: %d injected, %d caught, %d good values flagged of %d\n",
@@ -296,12 +282,11 @@ TEST(AdaptForecast, SpikesGapsAndLevelChanges) {
 
 TEST(SonicCsat3, PredictorStartsAgainAfterFiveMinutesWithoutGoodValues) {
   ScratchDir dir;
-  Csat3 s(dir, kPlain, 100, 4);
+  Csat3 s(dir, kPlain, 100);
   std::mt19937 rng(3);
   std::normal_distribution<double> gauss(0.0, 1.0);
   double t = k2004;
-  for (int i = 0; i < 500; ++i, t += 0.05)
-    s(make(1500 + static_cast<int>(50 * gauss(rng)), 1000, 1000, 0, 0), t);
+  for (int i = 0; i < 500; ++i, t += 0.05) s(make(1500 + static_cast<int>(50 * gauss(rng)), 1000, 1000, 0, 0), t);
   EXPECT_EQ(s(make(6000, 1000, 1000, 0, 0), t)[4], 1.0f);  // far off: a spike
   EXPECT_EQ(s(make(6000, 1000, 1000, 0, 0), t + 299)[4], 1.0f);
   // After 300 s the old statistics no longer speak for the new value.
@@ -312,18 +297,17 @@ TEST(SonicCsat3, PredictorStartsAgainAfterFiveMinutesWithoutGoodValues) {
 
 TEST(SonicCsat3DeathTest, InitFailures) {
   ScratchDir dir;
-  std::string bad = dir.write("short.cal", "2004 1 00:00 0 0 0 0 0 0\n");
-  Params p;
-  p.text(bad).num(1200).num(4);
-  EXPECT_EXIT(init(sonic_csat3_init, p, 9), testing::ExitedWithCode(1),
-              "Error: sonic_csat3 calibration function error\nCalibration file .*short.cal has 6 values "
-              "per record, should have 7\n");
-  std::string shift = dir.write("shift.cal", "2004 1 00:00 0 0 0 0 0 0 12\n");
-  Params q;
-  q.text(shift).num(1200).num(4);
-  EXPECT_EXIT(init(sonic_csat3_init, q, 9), testing::ExitedWithCode(1), "Record shift 12 in .*shift.cal");
-  Params few;
-  few.text(shift);
-  EXPECT_EXIT(init(sonic_csat3_init, few, 9), testing::ExitedWithCode(1),
-              "Invalid number of parameters \\(1\\), should be 3 to 5\n");
+  const std::string bad = dir.write("short.cal", "2004 1 00:00 0 0 0 0 0 0\n");
+  const std::string shift = dir.write("shift.cal", "2004 1 00:00 0 0 0 0 0 0 12\n");
+  const struct {
+    Params params;
+    const char* message;
+  } cases[] = {
+      {{bad, 1200, 4},
+       "Error: sonic_csat3 calibration function error\n"
+       "Calibration file .*short.cal has 6 values per record, should have 7\n"},
+      {{shift, 1200, 4}, "Record shift 12 in .*shift.cal"},
+      {{shift}, "Invalid number of parameters \\(1\\), should be 3 to 5\n"},
+  };
+  for (const auto& c : cases) EXPECT_EXIT(init(sonic_csat3_init, c.params, 9), testing::ExitedWithCode(1), c.message);
 }
