@@ -121,13 +121,26 @@ class IngestClient : public ::testing::Test {
   }
   void TearDown() override { EXPECT_EQ(openDescriptors(), fdsBefore_) << "descriptor left open"; }
 
+  ingest_connect* connect(const Mask& mask, int dgram, int* err) {
+    return call_ingest_server("tern1", number_, kLoopback, mask.words, dgram, err);
+  }
+
+  // A connect that must fail: returns its code; what it printed is in log_.
+  int connectFails(std::vector<int> chans, int dgram = 0) {
+    int err = 0;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(connect(Mask(chans), dgram, &err), nullptr);
+    log_ = testing::internal::GetCapturedStderr();
+    return err;
+  }
+
   // Runs a full connect, stream, reset, disconnect cycle.
   void cycle(bool dgram) {
     heron_test::TestIngestServer server(number_);
     ASSERT_TRUE(server.ok()) << server.error();
     Mask mask({1, 40, 255});
     int err = 99;
-    ingest_connect* igp = call_ingest_server("tern1", number_, kLoopback, mask.words, dgram, &err);
+    ingest_connect* igp = connect(mask, dgram, &err);
     ASSERT_NE(igp, nullptr);
     EXPECT_EQ(err, 0);
     EXPECT_NE(igp->param.s_port, 0);
@@ -143,7 +156,6 @@ class IngestClient : public ::testing::Test {
 
     SampleReader reader(igp->socketfd, dgram);
     expectChannels(reader, 30, {1, 40, 255});
-
     Mask next({7});
     EXPECT_EQ(reset_ingest_connection("tern1", number_, kLoopback, igp, next.words), 0);
     EXPECT_EQ(memcmp(igp->param.channels.channels_val, next.words, sizeof next.words), 0);
@@ -159,6 +171,7 @@ class IngestClient : public ::testing::Test {
 
   int number_ = 0;
   int fdsBefore_ = 0;
+  std::string log_;
 };
 
 TEST_F(IngestClient, StreamConnectionCycle) { cycle(false); }
@@ -175,16 +188,13 @@ TEST_F(IngestClient, UnresolvableOwnNameIsAnnouncedBare) {
   ASSERT_GE(pid, 0);
   if (pid == 0) {
     if (unshare(CLONE_NEWUTS) != 0 || sethostname(bare, strlen(bare)) != 0) _exit(77);
-    Mask mask({4});
     int err = 0;
-    ingest_connect* igp = call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err);
+    ingest_connect* igp = connect(Mask({4}), 0, &err);
     if (igp == nullptr) _exit(1);
     if (strcmp(igp->param.name, bare) != 0) _exit(2);
     RawSampleSeen s;
-    SampleReader reader(igp->socketfd, false);
-    if (!reader.next(&s) || s.chan != 4) _exit(3);
-    if (quit_ingest_server("tern1", number_, kLoopback, igp) != 0) _exit(4);
-    _exit(0);
+    if (!SampleReader(igp->socketfd, false).next(&s) || s.chan != 4) _exit(3);
+    _exit(quit_ingest_server("tern1", number_, kLoopback, igp) != 0 ? 4 : 0);
   }
   int status = 0;
   ASSERT_EQ(waitpid(pid, &status, 0), pid);
@@ -193,21 +203,12 @@ TEST_F(IngestClient, UnresolvableOwnNameIsAnnouncedBare) {
   EXPECT_EQ(WEXITSTATUS(status), 0) << "1: no connection, 2: wrong name, 3: no data, 4: no disconnect";
 }
 
-TEST_F(IngestClient, EmptyMaskFailsBeforeAnySocket) {
-  Mask empty;
-  int err = 0;
-  EXPECT_EQ(call_ingest_server("tern1", number_, kLoopback, empty.words, 0, &err), nullptr);
-  EXPECT_EQ(err, INGEST_ERR_NO_CHANNELS);
-}
+TEST_F(IngestClient, EmptyMaskFailsBeforeAnySocket) { EXPECT_EQ(connectFails({}), INGEST_ERR_NO_CHANNELS); }
 
 TEST_F(IngestClient, NoServerRegistered) {
   ASSERT_EQ(heron_test::ensureRpcbind(), "");
-  Mask mask({3});
-  int err = 0;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err), nullptr);
-  EXPECT_EQ(err, INGEST_ERR_CONNECT);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "127.0.0.1 ingest: RPC: Program not registered\n");
+  EXPECT_EQ(connectFails({3}), INGEST_ERR_CONNECT);
+  EXPECT_EQ(log_, "127.0.0.1 ingest: RPC: Program not registered\n");
 
   // A handle whose server is not there: disconnect and reset fail, and the
   // reset still leaves the new mask in the handle.
@@ -226,9 +227,8 @@ TEST_F(IngestClient, NoServerRegistered) {
 TEST_F(IngestClient, DisconnectFromVanishedServerSucceeds) {
   heron_test::TestIngestServer server(number_);
   ASSERT_TRUE(server.ok()) << server.error();
-  Mask mask({2});
   int err = 0;
-  ingest_connect* igp = call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err);
+  ingest_connect* igp = connect(Mask({2}), 0, &err);
   ASSERT_NE(igp, nullptr);
   server.crash();  // its registration stays behind, its port refuses
   testing::internal::CaptureStderr();
@@ -239,38 +239,26 @@ TEST_F(IngestClient, DisconnectFromVanishedServerSucceeds) {
   free_ingest_connect(igp);
 }
 
+// A garbage reply waits out the fixed five-second limit.
 TEST_F(IngestClient, BrokenRepliesFailTheConnect) {
-  for (const char* mode : {"hangup", "truncated"}) {
+  for (const char* mode : {"hangup", "truncated", "garbage"}) {
     heron_test::JunkServer junk(INGEST_PROG + static_cast<unsigned long>(number_), mode);
     ASSERT_TRUE(junk.ok()) << junk.error();
-    Mask mask({3});
-    int err = 0;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err), nullptr) << mode;
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(err, INGEST_ERR_CONNECT) << mode;
-    EXPECT_EQ(log.rfind("INGEST_CONNECT failed: RPC: ", 0), 0u) << log;
+    const bool garbage = strcmp(mode, "garbage") == 0;
+    EXPECT_EQ(connectFails({3}, garbage), INGEST_ERR_CONNECT) << mode;
+    if (garbage) {
+      EXPECT_EQ(log_, "INGEST_CONNECT failed: RPC: Timed out\n");
+    } else {
+      EXPECT_EQ(log_.rfind("INGEST_CONNECT failed: RPC: ", 0), 0u) << log_;
+    }
   }
 }
 
-// The two cases below wait out the fixed five-second limits, once each.
-TEST_F(IngestClient, GarbageReplyTimesOut) {
-  heron_test::JunkServer junk(INGEST_PROG + static_cast<unsigned long>(number_), "garbage");
-  ASSERT_TRUE(junk.ok()) << junk.error();
-  Mask mask({3});
-  int err = 0;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(call_ingest_server("tern1", number_, kLoopback, mask.words, 1, &err), nullptr);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "INGEST_CONNECT failed: RPC: Timed out\n");
-  EXPECT_EQ(err, INGEST_ERR_CONNECT);
-}
-
+// Waits out the fixed five-second limit for the connection back.
 TEST_F(IngestClient, ServerThatNeverConnectsBack) {
   heron_test::TestIngestServer server(number_, {"--no-connect-back"});
   ASSERT_TRUE(server.ok()) << server.error();
-  Mask mask({3});
-  int err = 0;
-  EXPECT_EQ(call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err), nullptr);
+  const int err = connectFails({3});
   EXPECT_EQ(err, INGEST_ERR_SYSTEM);
   testing::internal::CaptureStderr();
   ingest_perror("tern1", kLoopback, err);
