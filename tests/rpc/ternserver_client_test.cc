@@ -74,11 +74,16 @@ TEST_F(ModuleServerClient, SettingsClockAndHosts) {
   EXPECT_EQ(fields(ci->ierr, ci->configint_res_u.value), fields(0, 1));
   release(xdr_configint_res, ci);
 
-  for (const char* name : {"site", "nosuch"}) {
-    char* n = const_cast<char*>(name);
-    configstring_res* cs = configstring_1(&n, clnt_);
+  const struct {
+    const char* name;
+    int ierr;
+    const char* value;
+  } strings[] = {{"site", 0, "flux-site-a"}, {"nosuch", 1, "no such setting: nosuch"}};
+  for (const auto& want : strings) {
+    char* name = const_cast<char*>(want.name);
+    configstring_res* cs = configstring_1(&name, clnt_);
     ASSERT_NE(cs, nullptr);
-    EXPECT_EQ(fields(cs->ierr, cs->value), name[0] == 's' ? fields(0, "flux-site-a") : fields(1, "no such setting: nosuch"));
+    EXPECT_EQ(fields(cs->ierr, cs->value), fields(want.ierr, want.value));
     release(xdr_configstring_res, cs);
   }
 

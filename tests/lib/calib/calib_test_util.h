@@ -54,6 +54,13 @@ inline InfoPtr init(calib_init_t f, const Params& p, int nout = 1, int ichan = 0
   return InfoPtr(f(ichan, nchan, p.get(), p.size(), nout));
 }
 
+// The units an init function set, in output order.
+inline std::vector<std::string> units(const CalibInfo* info) {
+  std::vector<std::string> u;
+  for (int i = 0; i < info->iout; ++i) u.push_back(info->units[i]);
+  return u;
+}
+
 inline calib_input record(const void* bytes) {
   calib_input in;
   in.raw = static_cast<const char*>(bytes);

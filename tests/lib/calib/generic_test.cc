@@ -112,8 +112,7 @@ TEST(Generic, RecordDecoders) {
   put_float_be(rec, 21.5f);
   put_float_be(rec + 4, 998.25f);
   InfoPtr v = init(baro_vais_init, Params{}, 2);
-  EXPECT_STREQ(v->units[0], "degC");
-  EXPECT_STREQ(v->units[1], "mb");
+  EXPECT_EQ(units(v.get()), (std::vector<std::string>{"degC", "mb"}));
   EXPECT_EQ(decode(baro_vais, rec, 2), (std::vector<float>{21.5f, 998.25f}));
 
   put_float_be(rec + 20, 7.5f);
@@ -132,7 +131,7 @@ TEST(Generic, RecordDecoders) {
   put_float_be(rec, 5.0f);
   put_float_be(rec + 4, 90.0f);
   InfoPtr r = init(wind_rmy_init, Params{}, 4);
-  EXPECT_STREQ(r->units[3], "deg");
+  EXPECT_EQ(units(r.get()), (std::vector<std::string>{"m/s", "m/s", "m/s", "deg"}));
   const std::vector<float> o = decode(wind_rmy, rec, 4);
   EXPECT_FLOAT_EQ(o[0], -5.0f);
   EXPECT_NEAR(o[1], 0.0f, 1e-6);
@@ -143,7 +142,7 @@ TEST(Generic, RecordDecoders) {
 TEST(Generic, WindGillWithDirectionOffsets) {
   ScratchDir dir;
   InfoPtr info = init(wind_gill_init, Params{dir.write("gill.cal", "2004 1 00:00 0\n2004 1 12:00 30\n"), 1}, 4);
-  EXPECT_STREQ(info->units[2], "deg");
+  EXPECT_EQ(units(info.get()), (std::vector<std::string>{"m/s", "m/s", "deg", "m/s"}));
   unsigned char rec[8] = {};
   put_short_be(rec, 500);      // 5 m/s
   put_short_be(rec + 4, 180);  // from the south
