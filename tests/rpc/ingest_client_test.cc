@@ -76,6 +76,13 @@ class SampleReader {
   std::string buf_;
 };
 
+// What ingest_perror prints for a code.
+std::string perrorText(const char* tern, const char* server, int code) {
+  testing::internal::CaptureStderr();
+  ingest_perror(tern, server, code);
+  return testing::internal::GetCapturedStderr();
+}
+
 // Every sample read carries 4 data bytes and a time tag of the day.
 void expectChannels(SampleReader& r, int count, const std::set<int>& allowed) {
   for (int i = 0; i < count; ++i) {
@@ -244,11 +251,8 @@ TEST_F(IngestClient, BrokenRepliesFailTheConnect) {
 TEST_F(IngestClient, ServerThatNeverConnectsBack) {
   heron_test::TestIngestServer server(number_, {"--no-connect-back"});
   ASSERT_TRUE(server.ok()) << server.error();
-  const int err = connectFails({3});
-  EXPECT_EQ(err, INGEST_ERR_SYSTEM);
-  testing::internal::CaptureStderr();
-  ingest_perror("tern1", kLoopback, err);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "ingest tern1@127.0.0.1: Connection timed out\n");
+  EXPECT_EQ(connectFails({3}), INGEST_ERR_SYSTEM);
+  EXPECT_EQ(perrorText("tern1", kLoopback, INGEST_ERR_SYSTEM), "ingest tern1@127.0.0.1: Connection timed out\n");
 }
 
 TEST(IngestPerror, PrintsEachCodesMessage) {
@@ -267,17 +271,10 @@ TEST(IngestPerror, PrintsEachCodesMessage) {
       {-9, ""},
       {1, ""},
   };
-  for (const Case& c : cases) {
-    testing::internal::CaptureStderr();
-    ingest_perror("t", "s", c.code);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), c.text) << c.code;
-  }
+  for (const Case& c : cases) EXPECT_EQ(perrorText("t", "s", c.code), c.text) << c.code;
   errno = ENOMEM;
-  testing::internal::CaptureStderr();
-  ingest_perror(std::string(200, 'x').c_str(), "s", -1);
-  std::string out = testing::internal::GetCapturedStderr();
   // The prefix is cut to its 99 characters, then the system's text.
-  EXPECT_EQ(out, "ingest " + std::string(92, 'x') + ": Cannot allocate memory\n");
+  EXPECT_EQ(perrorText(std::string(200, 'x').c_str(), "s", -1), "ingest " + std::string(92, 'x') + ": Cannot allocate memory\n");
 }
 
 }  // namespace
