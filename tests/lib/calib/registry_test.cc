@@ -17,18 +17,14 @@ calib_any_t any(calib_init_t f) { return reinterpret_cast<calib_any_t>(f); }
 TEST(Registry, LookupByExactName) {
   EXPECT_EQ(any(calib_function("linear")), any(&linear));
   EXPECT_EQ(any(calib_function("sonic_csat3")), any(&sonic_csat3));
-  // Init functions are entries of their own.
-  EXPECT_EQ(any(calib_function("linear_init")), any(&linear_init));
-  EXPECT_EQ(calib_function("sonic"), nullptr);      // a prefix is not a name
-  EXPECT_EQ(calib_function("Linear"), nullptr);     // case matters
-  EXPECT_EQ(calib_function("q_kh2o"), nullptr);     // not provided by this library
-  EXPECT_EQ(calib_function(nullptr), nullptr);
-
+  EXPECT_EQ(any(calib_function("linear_init")), any(&linear_init));  // init functions are entries too
   EXPECT_EQ(any(init_function("linear")), any(&linear_init));
   EXPECT_EQ(any(init_function("td_linear_interp")), any(&td_linear_interp_init));
-  EXPECT_EQ(init_function("linear_init"), nullptr);
-  EXPECT_EQ(init_function("analog_sonic"), nullptr);
-  EXPECT_EQ(init_function(nullptr), nullptr);
+  // A prefix is not a name, case matters, q_kh2o is not provided by this library.
+  for (const char* name : {"sonic", "Linear", "q_kh2o", static_cast<const char*>(nullptr)})
+    EXPECT_EQ(calib_function(name), nullptr) << (name ? name : "null");
+  for (const char* name : {"linear_init", "analog_sonic", static_cast<const char*>(nullptr)})
+    EXPECT_EQ(init_function(name), nullptr) << (name ? name : "null");
 }
 
 TEST(Registry, TablePairsEveryConversionWithItsInitInRegistryOrder) {
@@ -38,10 +34,7 @@ TEST(Registry, TablePairsEveryConversionWithItsInitInRegistryOrder) {
       "mode", "plinear", "poly", "power", "sonic_csat3", "status", "t_AIR", "t_vaisala",
       "td_linear", "td_linear_interp", "td_linear_dt", "thermistor", "wind_gill", "wind_rmy"};
   size_t n = 0;
-  while (function_list[n].name) {
-    ASSERT_NE(function_list[n].func, nullptr) << function_list[n].name;
-    ++n;
-  }
+  for (; function_list[n].name; ++n) ASSERT_NE(function_list[n].func, nullptr) << function_list[n].name;
   EXPECT_EQ(function_list[n].func, nullptr);
   ASSERT_EQ(n, 2 * order.size());
   for (size_t i = 0; i < order.size(); ++i) {
@@ -80,8 +73,7 @@ TEST(CalibInfo, UnitsAndSummary) {
 }
 
 TEST(RegistryDeathTest, UseIndexOutsideItsTable) {
-  Params p;
-  p.num(1).num(0);
+  const Params p{1, 0};
   EXPECT_EXIT(linear_init(3, 3, p.get(), p.size(), 1), testing::ExitedWithCode(1),
               "Error: linear calibration function error\nUse index 3 is outside 0 .. 2");
 }

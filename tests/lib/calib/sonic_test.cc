@@ -13,7 +13,6 @@
 namespace {
 
 constexpr double kDeg = M_PI / 180.0;
-constexpr double k2004 = 1072915200.0;
 
 struct Rec {
   unsigned char b[10];
@@ -32,34 +31,30 @@ int diag(int flags, int ru, int rv, int rw, int counter) {
   return (flags << 12) | (ru << 10) | (rv << 8) | (rw << 6) | counter;
 }
 
-// Sets up use ichan of sonic_csat3 with one calibration record.
-class Csat3 {
- public:
-  Csat3(ScratchDir& dir, const std::string& cal, double tau = 1200, double k = 4,
-        const char* mode = nullptr, const char* proto = nullptr) {
-    std::string path = dir.write("csat3_" + std::to_string(++files_) + ".cal", cal);
-    params_.text(path).num(tau).num(k);
-    if (mode) params_.text(mode);
-    if (proto) params_.text(proto);
-    info_ = init(sonic_csat3_init, params_, 9);
-  }
-  const float* operator()(const Rec& r, double t) {
-    sonic_csat3(&t, record(r.b), out_, 0);
-    return out_;
-  }
-  CalibInfo* info() { return info_.get(); }
+// Sets use 0 of sonic_csat3 up with the calibration file at path, the
+// predictor constants tau and 4, and the options (mode word, "proto").
+InfoPtr csat3(const std::string& path, double tau = 1200, std::vector<const char*> options = {}) {
+  Params p{path, tau, 4};
+  for (const char* o : options) p.add(o);
+  return init(sonic_csat3_init, p, 9);
+}
 
- private:
-  static int files_;
-  Params params_;
-  InfoPtr info_;
-  float out_[9] = {};
-};
-int Csat3::files_ = 0;
+// The nine outputs of use 0 for one record at time t.
+std::vector<float> run(const Rec& r, double t) {
+  std::vector<float> out(9);
+  sonic_csat3(&t, record(r.b), out.data(), 0);
+  return out;
+}
 
 const char kPlain[] = "2004 1 00:00 0 0 0 0 0 0 0\n";
 
 float sonic_temp(double c) { return static_cast<float>((c / 20.067) * (c / 20.067) - 273.15); }
+
+// Outputs against want, to float precision.
+void expectOutputs(const std::vector<float>& got, const std::vector<float>& want) {
+  ASSERT_EQ(got.size(), want.size());
+  for (size_t i = 0; i < want.size(); ++i) EXPECT_FLOAT_EQ(got[i], want[i]) << "output " << i;
+}
 
 }  // namespace
 
@@ -68,20 +63,18 @@ TEST(SonicTilt, RotationThatLevelsTheInstrument) {
     for (double az : {0.0, 30.0, 135.0, -100.0}) {
       float m[9];
       EXPECT_EQ(sonic_tilt_matrix(lean * kDeg, az * kDeg, m), 0);
+      auto row = [&m](int i, const double* v) { return m[3 * i] * v[0] + m[3 * i + 1] * v[1] + m[3 * i + 2] * v[2]; };
       for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j) {
-          double dot = 0;
-          for (int n = 0; n < 3; ++n) dot += m[3 * i + n] * m[3 * j + n];
-          EXPECT_NEAR(dot, i == j ? 1.0 : 0.0, 1e-6) << lean << " " << az;
+          const double mj[3] = {m[3 * j], m[3 * j + 1], m[3 * j + 2]};
+          EXPECT_NEAR(row(i, mj), i == j ? 1.0 : 0.0, 1e-6) << lean << " " << az;
         }
       const double det = m[0] * (m[4] * m[8] - m[5] * m[7]) - m[1] * (m[3] * m[8] - m[5] * m[6]) +
                          m[2] * (m[3] * m[7] - m[4] * m[6]);
       EXPECT_NEAR(det, 1.0, 1e-6);
       // The true vertical as the leaning instrument sees it.
-      const double k[3] = {sin(lean * kDeg) * cos(az * kDeg), sin(lean * kDeg) * sin(az * kDeg),
-                           cos(lean * kDeg)};
-      for (int i = 0; i < 3; ++i)
-        EXPECT_NEAR(m[3 * i] * k[0] + m[3 * i + 1] * k[1] + m[3 * i + 2] * k[2], i == 2 ? 1.0 : 0.0, 1e-6);
+      const double k[3] = {sin(lean * kDeg) * cos(az * kDeg), sin(lean * kDeg) * sin(az * kDeg), cos(lean * kDeg)};
+      for (int i = 0; i < 3; ++i) EXPECT_NEAR(row(i, k), i == 2 ? 1.0 : 0.0, 1e-6);
     }
   }
   float m[9];
@@ -111,36 +104,21 @@ TEST(SonicTilt, FiveDegreeLeanOfAKnownWindRecovered) {
 
 TEST(SonicCsat3, DecodesRangesMissingValuesAndTemperature) {
   ScratchDir dir;
-  Csat3 s(dir, kPlain);
-  EXPECT_STREQ(s.info()->units[0], "m/s");
-  EXPECT_STREQ(s.info()->units[3], "degC");
-  EXPECT_STREQ(s.info()->units[8], "");
-  EXPECT_EQ(s.info()->iout, 9);
-  EXPECT_NE(std::string(s.info()->paramString).find("despike"), std::string::npos);
+  const std::string path = dir.write("plain.cal", kPlain);
+  InfoPtr info = csat3(path);
+  EXPECT_EQ(units(info.get()), (std::vector<std::string>{"m/s", "m/s", "m/s", "degC", "", "", "", "", ""}));
+  EXPECT_EQ(info->paramString, "\"" + path + "\" 1e+03 4.00 despike");
 
   // Nothing is reported before the first calibration record.
-  const float* o = s(make(1000, 1000, 1000, 0, 0), k2004 - 1);
-  for (int i = 0; i < 9; ++i) EXPECT_EQ(o[i], kMissing);
-
+  EXPECT_EQ(run(make(1000, 1000, 1000, 0, 0), k2004 - 1), std::vector<float>(9, kMissing));
+  // Range code 0 (0.002 m/s a count), where a zero count is missing; the
+  // missing v is indicated.
   const double t = k2004 + 10;
-  o = s(make(1000, 0, -500, 0, 0), t);
-  EXPECT_FLOAT_EQ(o[0], 2.0f);
-  EXPECT_EQ(o[1], kMissing);
-  EXPECT_FLOAT_EQ(o[2], -1.0f);
-  EXPECT_FLOAT_EQ(o[3], sonic_temp(340.0));
-  EXPECT_EQ(o[4], 0.0f);
-  EXPECT_EQ(o[5], 2.0f);  // the missing v is indicated
-  EXPECT_EQ(o[8], 0.0f);
-
-  o = s(make(1000, 1000, 1000, 1500, diag(5, 1, 2, 3, 0)), t + 0.05);
-  EXPECT_FLOAT_EQ(o[0], 1.0f);
-  EXPECT_FLOAT_EQ(o[1], 0.5f);
-  EXPECT_FLOAT_EQ(o[2], 0.25f);
-  EXPECT_FLOAT_EQ(o[3], sonic_temp(341.5));
-  EXPECT_EQ(o[8], 5.0f);
-
+  expectOutputs(run(make(1000, 0, -500, 0, 0), t), {2, kMissing, -1, sonic_temp(340.0), 0, 2, 0, 0, 0});
+  expectOutputs(run(make(1000, 1000, 1000, 1500, diag(5, 1, 2, 3, 0)), t + 0.05),
+                {1, 0.5, 0.25, sonic_temp(341.5), 0, 0, 0, 0, 5});
   // A zero count is missing only in range 0; -32768 of c is missing.
-  o = s(make(-32768, 0, 0, -32768, diag(0, 0, 1, 1, 0)), t + 0.1);
+  const std::vector<float> o = run(make(-32768, 0, 0, -32768, diag(0, 0, 1, 1, 0)), t + 0.1);
   EXPECT_EQ(o[0], kMissing);
   EXPECT_EQ(o[1], 0.0f);
   EXPECT_EQ(o[3], kMissing);
@@ -149,54 +127,54 @@ TEST(SonicCsat3, DecodesRangesMissingValuesAndTemperature) {
 
 TEST(SonicCsat3, RecordCounterCheck) {
   ScratchDir dir;
-  Csat3 s(dir, kPlain);
+  InfoPtr info = csat3(dir.write("plain.cal", kPlain));
   double t = k2004;
   std::vector<float> d;
   for (int counter : {62, 63, 0, 1, 5, 7, 8})
-    d.push_back(s(make(100, 100, 100, 0, diag(2, 0, 0, 0, counter)), t += 0.05)[8]);
+    d.push_back(run(make(100, 100, 100, 0, diag(2, 0, 0, 0, counter)), t += 0.05)[8]);
   EXPECT_EQ(d, (std::vector<float>{2, 2, 2, 2, 18, 18, 2}));
 }
 
 TEST(SonicCsat3, OffsetsOrientationLeanAndProto) {
   ScratchDir dir;
   // Offsets 0.5, -0.5, 0.1; orientation 90 degrees.
-  Csat3 s(dir, "2004 1 00:00 0.5 -0.5 0.1 0 0 90 0\n");
-  const float* o = s(make(1000, 500, 300, 0, 0), k2004);
+  InfoPtr info = csat3(dir.write("turned.cal", "2004 1 00:00 0.5 -0.5 0.1 0 0 90 0\n"));
+  std::vector<float> o = run(make(1000, 500, 300, 0, 0), k2004);
   // Corrected (1.5, 1.5, 0.5), then turned by 90 degrees: u' = v, v' = -u.
   EXPECT_NEAR(o[0], 1.5f, 1e-6);
   EXPECT_NEAR(o[1], -1.5f, 1e-6);
   EXPECT_NEAR(o[2], 0.5f, 1e-6);
 
   // Lean 5 degrees towards azimuth 0: w' = sin(5) u + cos(5) w.
-  Csat3 l(dir, "2004 1 00:00 0 0 0 5 0 0 0\n");
-  o = l(make(1000, 500, 300, 0, 0), k2004);
+  info = csat3(dir.write("lean.cal", "2004 1 00:00 0 0 0 5 0 0 0\n"));
+  o = run(make(1000, 500, 300, 0, 0), k2004);
   EXPECT_NEAR(o[2], sin(5 * kDeg) * 2.0 + cos(5 * kDeg) * 0.6, 1e-5);
-  o = l(make(1000, 500, 0, 0, 0), k2004 + 0.05);  // w missing: no levelled wind
+  o = run(make(1000, 500, 0, 0, 0), k2004 + 0.05);  // w missing: no levelled wind
   EXPECT_EQ(o[0], kMissing);
   EXPECT_EQ(o[2], kMissing);
 
-  Csat3 p(dir, kPlain, 1200, 4, "despike", "prototype");
-  o = p(make(1000, 500, 300, 0, 0), k2004);
+  info = csat3(dir.write("plain.cal", kPlain), 1200, {"despike", "prototype"});
+  o = run(make(1000, 500, 300, 0, 0), k2004);
   EXPECT_FLOAT_EQ(o[0], -1.0f);
   EXPECT_FLOAT_EQ(o[1], 2.0f);
 }
 
 TEST(SonicCsat3, RealignsRecordsSplitAcrossSamples) {
-  std::vector<Rec> truth;
-  for (int n = 0; n < 12; ++n) truth.push_back(make(100 * n + 7, -50 * n - 3, 20 * n + 1, 10 * n, diag(0, 1, 1, 1, n)));
   std::vector<unsigned char> stream;
-  for (const Rec& r : truth) stream.insert(stream.end(), r.b, r.b + 10);
-
+  for (int n = 0; n < 12; ++n) {
+    const Rec r = make(100 * n + 7, -50 * n - 3, 20 * n + 1, 10 * n, diag(0, 1, 1, 1, n));
+    stream.insert(stream.end(), r.b, r.b + 10);
+  }
   ScratchDir dir;
   for (int k : {1, 3, 9}) {
-    Csat3 s(dir, "2004 1 00:00 0 0 0 0 0 0 " + std::to_string(k) + "\n");
+    InfoPtr info = csat3(dir.write("shift.cal", "2004 1 00:00 0 0 0 0 0 0 " + std::to_string(k) + "\n"));
     // The acquisition framed the stream k bytes late: sample n starts at
     // byte 10 n + k, so a record is the tail of one sample and the head of
     // the next.
     for (int n = 0; n + 1 < 12; ++n) {
       Rec sample;
       memcpy(sample.b, stream.data() + 10 * n + k, 10);
-      const float* o = s(sample, k2004 + 0.05 * n);
+      const std::vector<float> o = run(sample, k2004 + 0.05 * n);
       if (n == 0) continue;  // its head lies in a sample never seen
       SCOPED_TRACE(testing::Message() << "k=" << k << " n=" << n);
       EXPECT_FLOAT_EQ(o[0], (100 * n + 7) * 0.001f);
@@ -239,7 +217,7 @@ TEST(SonicCsat3, DespikesInjectedSpikes) {
 
   ScratchDir dir;
   for (bool despike : {true, false}) {
-    Csat3 s(dir, kPlain, 1200, 4, despike ? "despike" : "flag");
+    InfoPtr info = csat3(dir.write("plain.cal", kPlain), 1200, {despike ? "despike" : "flag"});
     int caught = 0, falsely = 0;
     double worst = 0;
     for (int i = 0; i < n; ++i) {
@@ -247,20 +225,14 @@ TEST(SonicCsat3, DespikesInjectedSpikes) {
       const int uc = static_cast<int>(lround(series[0][i] / 0.002));
       const int wc = static_cast<int>(lround(series[1][i] / 0.0005));
       const int cc = static_cast<int>(lround((series[2][i] - 340.0) / 0.001));
-      const float* o = s(make(uc, 1000, wc, cc, diag(0, 0, 0, 2, (i + 1) % 64)), k2004 + i * 0.05);
+      const std::vector<float> o = run(make(uc, 1000, wc, cc, diag(0, 0, 0, 2, (i + 1) % 64)), k2004 + i * 0.05);
       const int idx[3] = {4, 6, 7};
-      for (int v = 0; v < 3; ++v) {
-        const bool flagged = o[idx[v]] == 1.0f;
-        if (spiked[v][i]) caught += flagged;
-        else falsely += flagged;
-      }
-      if (spiked[0][i]) {
-        // In despike mode the spike is replaced by a forecast within the
-        // turbulence; in flag mode the measured value stays.
-        if (despike)
-          worst = fmax(worst, fabs(o[0] - 3.0) / 0.6);
-        else
-          EXPECT_NEAR(o[0], uc * 0.002, 1e-4) << i;
+      for (int v = 0; v < 3; ++v) (spiked[v][i] ? caught : falsely) += o[idx[v]] == 1.0f;
+      // In despike mode a spike is replaced by a forecast within the
+      // turbulence; in flag mode the measured value stays.
+      if (spiked[0][i] && despike) worst = fmax(worst, fabs(o[0] - 3.0) / 0.6);
+      if (spiked[0][i] && !despike) {
+        EXPECT_NEAR(o[0], uc * 0.002, 1e-4) << i;
       }
     }
     printf("[ spikes   ] %s: %d injected, %d caught, %d good values flagged of %d\n",
@@ -296,34 +268,32 @@ TEST(AdaptForecast, SpikesGapsAndLevelChanges) {
 
 TEST(SonicCsat3, PredictorStartsAgainAfterFiveMinutesWithoutGoodValues) {
   ScratchDir dir;
-  Csat3 s(dir, kPlain, 100, 4);
+  InfoPtr info = csat3(dir.write("plain.cal", kPlain), 100);
   std::mt19937 rng(3);
   std::normal_distribution<double> gauss(0.0, 1.0);
   double t = k2004;
-  for (int i = 0; i < 500; ++i, t += 0.05)
-    s(make(1500 + static_cast<int>(50 * gauss(rng)), 1000, 1000, 0, 0), t);
-  EXPECT_EQ(s(make(6000, 1000, 1000, 0, 0), t)[4], 1.0f);  // far off: a spike
-  EXPECT_EQ(s(make(6000, 1000, 1000, 0, 0), t + 299)[4], 1.0f);
+  for (int i = 0; i < 500; ++i, t += 0.05) run(make(1500 + static_cast<int>(50 * gauss(rng)), 1000, 1000, 0, 0), t);
+  EXPECT_EQ(run(make(6000, 1000, 1000, 0, 0), t)[4], 1.0f);  // far off: a spike
+  EXPECT_EQ(run(make(6000, 1000, 1000, 0, 0), t + 299)[4], 1.0f);
   // After 300 s the old statistics no longer speak for the new value.
-  const float* o = s(make(6000, 1000, 1000, 0, 0), t + 300);
+  const std::vector<float> o = run(make(6000, 1000, 1000, 0, 0), t + 300);
   EXPECT_EQ(o[4], 0.0f);
   EXPECT_FLOAT_EQ(o[0], 12.0f);
 }
 
 TEST(SonicCsat3DeathTest, InitFailures) {
   ScratchDir dir;
-  std::string bad = dir.write("short.cal", "2004 1 00:00 0 0 0 0 0 0\n");
-  Params p;
-  p.text(bad).num(1200).num(4);
-  EXPECT_EXIT(init(sonic_csat3_init, p, 9), testing::ExitedWithCode(1),
-              "Error: sonic_csat3 calibration function error\nCalibration file .*short.cal has 6 values "
-              "per record, should have 7\n");
-  std::string shift = dir.write("shift.cal", "2004 1 00:00 0 0 0 0 0 0 12\n");
-  Params q;
-  q.text(shift).num(1200).num(4);
-  EXPECT_EXIT(init(sonic_csat3_init, q, 9), testing::ExitedWithCode(1), "Record shift 12 in .*shift.cal");
-  Params few;
-  few.text(shift);
-  EXPECT_EXIT(init(sonic_csat3_init, few, 9), testing::ExitedWithCode(1),
-              "Invalid number of parameters \\(1\\), should be 3 to 5\n");
+  const std::string bad = dir.write("short.cal", "2004 1 00:00 0 0 0 0 0 0\n");
+  const std::string shift = dir.write("shift.cal", "2004 1 00:00 0 0 0 0 0 0 12\n");
+  const struct {
+    Params params;
+    const char* message;
+  } cases[] = {
+      {{bad, 1200, 4},
+       "Error: sonic_csat3 calibration function error\n"
+       "Calibration file .*short.cal has 6 values per record, should have 7\n"},
+      {{shift, 1200, 4}, "Record shift 12 in .*shift.cal"},
+      {{shift}, "Invalid number of parameters \\(1\\), should be 3 to 5\n"},
+  };
+  for (const auto& c : cases) EXPECT_EXIT(init(sonic_csat3_init, c.params, 9), testing::ExitedWithCode(1), c.message);
 }
