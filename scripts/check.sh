@@ -1,6 +1,7 @@
 #!/bin/sh
 # Builds warning-free (-Werror) and runs the whole suite twice: once plain and
-# once under AddressSanitizer and UndefinedBehaviorSanitizer.
+# once under AddressSanitizer and UndefinedBehaviorSanitizer; then runs each
+# fuzz target briefly (FUZZ_SECONDS, default 60) under the same sanitizers.
 set -eu
 cd "$(dirname "$0")/.."
 sh scripts/install-deps.sh
@@ -14,4 +15,6 @@ for variant in plain asan; do
   ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ctest --test-dir "$dir" --output-on-failure -j "$jobs"
 done
-echo "all tests passed (plain and sanitized)"
+sh scripts/fuzz.sh >build-check-fuzz.log 2>&1 || { tail -n 40 build-check-fuzz.log; exit 1; }
+grep -E '^(== |Done )' build-check-fuzz.log
+echo "all tests passed (plain and sanitized) and the fuzz targets found nothing"

@@ -78,7 +78,11 @@ TEST(Runstring, OptionsAndTheirOrder) {
   EXPECT_EQ(r.output, SerialIngestRunstring::HEX);  // the later of -O and -H wins
   EXPECT_EQ(parse({"-H", "-O"}).output, SerialIngestRunstring::OCTCHAR);
   EXPECT_EQ(parse({"-B", "fast"}).baud, 0);
-  EXPECT_EQ(SerialIngestRunstring::instance()->baud, 0);
+  char prog[] = "serial_ingest", flag[] = "-L";
+  char* argv[] = {prog, flag, nullptr};
+  SerialIngestRunstring direct(2, argv);
+  EXPECT_EQ(SerialIngestRunstring::instance(), &direct);
+  EXPECT_EQ(direct.clocal, 1);
 }
 
 TEST(Runstring, EveryRefusalEndsWithTheUsageAndStatusOne) {

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Exception.h"
@@ -85,7 +86,7 @@ TEST_F(ChannelsTest, ExampleFileEveryRecordKind) {
             "S tern1 1 0 0 rs232 [csat3 sonic_csat3]\n"
             "S tern1 1 1 0 rs232 [krypton kh20]\n"
             "S tern1 2 4 1 rs422 [spare_logger none]\n"
-            "S tern2 1 2 0 rs232 [licor li7500]\n"
+            "S tern2 1 2 0 rs232 [irga h2o_co2]\n"
             "A tern1 0 0 0 20 2 -0.015\n"
             "A tern1 0 1 0 20 1 0\n"
             "A tern1 0 2 0 1 1 0\n"
@@ -115,16 +116,18 @@ timetag msecs ;
             "T m 4 3 0 1500 1000 2000\n");
   // Gain and offset: the first match; 1 and 0 outside 0..199, or for a
   // name that matches only in part.
-  auto gainOffset = [&cl](const char* tern, int chan) {
+  // Gain and offset: the first match; 1 and 0 outside 0..199, or for a
+  // name that matches only in part.
+  const struct {
+    const char* tern;
+    int chan;
+    float gain, offset;
+  } lookups[] = {{"m", 0, 4, 1}, {"m", 1, -0.15f, 2}, {"m", 200, 1, 0}, {"m", -1, 1, 0}, {"mm", 0, 1, 0}};
+  for (const auto& l : lookups) {
     float g = -9, o = -9;
-    cl.AnalogGainOffset(tern, chan, &g, &o);
-    return std::vector<float>{g, o};
-  };
-  EXPECT_EQ(gainOffset("m", 0), (std::vector<float>{4, 1}));
-  EXPECT_EQ(gainOffset("m", 1), (std::vector<float>{-0.15f, 2}));
-  EXPECT_EQ(gainOffset("m", 200), (std::vector<float>{1, 0}));
-  EXPECT_EQ(gainOffset("m", -1), (std::vector<float>{1, 0}));
-  EXPECT_EQ(gainOffset("mm", 0), (std::vector<float>{1, 0}));
+    cl.AnalogGainOffset(l.tern, l.chan, &g, &o);
+    EXPECT_EQ(std::make_pair(g, o), std::make_pair(l.gain, l.offset)) << l.tern << " " << l.chan;
+  }
 }
 
 TEST_F(ChannelsTest, EmptyAndCommentOnlyFilesAreValid) {

@@ -52,42 +52,36 @@ class SampleReader {
 
   // The next sample, or false at end of stream or when nothing comes at all.
   bool next(RawSampleSeen* s) {
-    while (buf_.size() - pos_ < 6 || buf_.size() - pos_ < 6u + static_cast<unsigned char>(buf_[pos_ + 5])) {
-      if (dgram_ && pos_ < buf_.size()) {
+    while (buf_.size() < 6 || buf_.size() < 6u + static_cast<unsigned char>(buf_[5])) {
+      if (dgram_ && !buf_.empty()) {
         ADD_FAILURE() << "a datagram ended inside a sample";
         return false;
       }
-      buf_.erase(0, pos_);
-      pos_ = 0;
       struct pollfd p = {fd_, POLLIN, 0};
-      if (poll(&p, 1, 10000) != 1) return false;
       char chunk[4096];
-      ssize_t got = recv(fd_, chunk, sizeof chunk, 0);
+      const ssize_t got = poll(&p, 1, 10000) == 1 ? recv(fd_, chunk, sizeof chunk, 0) : 0;
       if (got <= 0) return false;
       buf_.append(chunk, static_cast<size_t>(got));
     }
-    const unsigned char* h = reinterpret_cast<const unsigned char*>(buf_.data() + pos_);
-    s->tt = static_cast<uint32_t>(h[0]) << 24 | static_cast<uint32_t>(h[1]) << 16 | static_cast<uint32_t>(h[2]) << 8 | h[3];
-    s->chan = h[4];
-    s->len = h[5];
-    pos_ += 6u + h[5];
+    const unsigned char* h = reinterpret_cast<const unsigned char*>(buf_.data());
+    *s = {static_cast<uint32_t>(h[0]) << 24 | static_cast<uint32_t>(h[1]) << 16 | static_cast<uint32_t>(h[2]) << 8 | h[3],
+          h[4], h[5]};
+    buf_.erase(0, 6u + h[5]);
     return true;
-  }
-
-  // Reads until end of stream, which must come.
-  bool drainToEnd() {
-    RawSampleSeen s;
-    for (int i = 0; i < 100000; ++i)
-      if (!next(&s)) return true;
-    return false;
   }
 
  private:
   int fd_;
   bool dgram_;
   std::string buf_;
-  size_t pos_ = 0;
 };
+
+// What ingest_perror prints for a code.
+std::string perrorText(const char* tern, const char* server, int code) {
+  testing::internal::CaptureStderr();
+  ingest_perror(tern, server, code);
+  return testing::internal::GetCapturedStderr();
+}
 
 // Every sample read carries 4 data bytes and a time tag of the day.
 void expectChannels(SampleReader& r, int count, const std::set<int>& allowed) {
@@ -121,13 +115,26 @@ class IngestClient : public ::testing::Test {
   }
   void TearDown() override { EXPECT_EQ(openDescriptors(), fdsBefore_) << "descriptor left open"; }
 
+  ingest_connect* connect(const Mask& mask, int dgram, int* err) {
+    return call_ingest_server("tern1", number_, kLoopback, mask.words, dgram, err);
+  }
+
+  // A connect that must fail: returns its code; what it printed is in log_.
+  int connectFails(std::vector<int> chans, int dgram = 0) {
+    int err = 0;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(connect(Mask(chans), dgram, &err), nullptr);
+    log_ = testing::internal::GetCapturedStderr();
+    return err;
+  }
+
   // Runs a full connect, stream, reset, disconnect cycle.
   void cycle(bool dgram) {
     heron_test::TestIngestServer server(number_);
     ASSERT_TRUE(server.ok()) << server.error();
     Mask mask({1, 40, 255});
     int err = 99;
-    ingest_connect* igp = call_ingest_server("tern1", number_, kLoopback, mask.words, dgram, &err);
+    ingest_connect* igp = connect(mask, dgram, &err);
     ASSERT_NE(igp, nullptr);
     EXPECT_EQ(err, 0);
     EXPECT_NE(igp->param.s_port, 0);
@@ -143,22 +150,21 @@ class IngestClient : public ::testing::Test {
 
     SampleReader reader(igp->socketfd, dgram);
     expectChannels(reader, 30, {1, 40, 255});
-
     Mask next({7});
     EXPECT_EQ(reset_ingest_connection("tern1", number_, kLoopback, igp, next.words), 0);
     EXPECT_EQ(memcmp(igp->param.channels.channels_val, next.words, sizeof next.words), 0);
     expectSwitchTo(reader, {7});
 
     EXPECT_EQ(quit_ingest_server("tern1", number_, kLoopback, igp), 0);
-    if (!dgram) {
-      EXPECT_TRUE(reader.drainToEnd()) << "the server kept the stream open";
-    }
+    RawSampleSeen s;
+    for (int left = 100000; !dgram && reader.next(&s);) ASSERT_GT(--left, 0) << "the server kept the stream open";
     close(igp->socketfd);
     free_ingest_connect(igp);
   }
 
   int number_ = 0;
   int fdsBefore_ = 0;
+  std::string log_;
 };
 
 TEST_F(IngestClient, StreamConnectionCycle) { cycle(false); }
@@ -175,16 +181,13 @@ TEST_F(IngestClient, UnresolvableOwnNameIsAnnouncedBare) {
   ASSERT_GE(pid, 0);
   if (pid == 0) {
     if (unshare(CLONE_NEWUTS) != 0 || sethostname(bare, strlen(bare)) != 0) _exit(77);
-    Mask mask({4});
     int err = 0;
-    ingest_connect* igp = call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err);
+    ingest_connect* igp = connect(Mask({4}), 0, &err);
     if (igp == nullptr) _exit(1);
     if (strcmp(igp->param.name, bare) != 0) _exit(2);
     RawSampleSeen s;
-    SampleReader reader(igp->socketfd, false);
-    if (!reader.next(&s) || s.chan != 4) _exit(3);
-    if (quit_ingest_server("tern1", number_, kLoopback, igp) != 0) _exit(4);
-    _exit(0);
+    if (!SampleReader(igp->socketfd, false).next(&s) || s.chan != 4) _exit(3);
+    _exit(quit_ingest_server("tern1", number_, kLoopback, igp) != 0 ? 4 : 0);
   }
   int status = 0;
   ASSERT_EQ(waitpid(pid, &status, 0), pid);
@@ -193,21 +196,12 @@ TEST_F(IngestClient, UnresolvableOwnNameIsAnnouncedBare) {
   EXPECT_EQ(WEXITSTATUS(status), 0) << "1: no connection, 2: wrong name, 3: no data, 4: no disconnect";
 }
 
-TEST_F(IngestClient, EmptyMaskFailsBeforeAnySocket) {
-  Mask empty;
-  int err = 0;
-  EXPECT_EQ(call_ingest_server("tern1", number_, kLoopback, empty.words, 0, &err), nullptr);
-  EXPECT_EQ(err, INGEST_ERR_NO_CHANNELS);
-}
+TEST_F(IngestClient, EmptyMaskFailsBeforeAnySocket) { EXPECT_EQ(connectFails({}), INGEST_ERR_NO_CHANNELS); }
 
 TEST_F(IngestClient, NoServerRegistered) {
   ASSERT_EQ(heron_test::ensureRpcbind(), "");
-  Mask mask({3});
-  int err = 0;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err), nullptr);
-  EXPECT_EQ(err, INGEST_ERR_CONNECT);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "127.0.0.1 ingest: RPC: Program not registered\n");
+  EXPECT_EQ(connectFails({3}), INGEST_ERR_CONNECT);
+  EXPECT_EQ(log_, "127.0.0.1 ingest: RPC: Program not registered\n");
 
   // A handle whose server is not there: disconnect and reset fail, and the
   // reset still leaves the new mask in the handle.
@@ -226,9 +220,8 @@ TEST_F(IngestClient, NoServerRegistered) {
 TEST_F(IngestClient, DisconnectFromVanishedServerSucceeds) {
   heron_test::TestIngestServer server(number_);
   ASSERT_TRUE(server.ok()) << server.error();
-  Mask mask({2});
   int err = 0;
-  ingest_connect* igp = call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err);
+  ingest_connect* igp = connect(Mask({2}), 0, &err);
   ASSERT_NE(igp, nullptr);
   server.crash();  // its registration stays behind, its port refuses
   testing::internal::CaptureStderr();
@@ -239,42 +232,27 @@ TEST_F(IngestClient, DisconnectFromVanishedServerSucceeds) {
   free_ingest_connect(igp);
 }
 
+// A garbage reply waits out the fixed five-second limit.
 TEST_F(IngestClient, BrokenRepliesFailTheConnect) {
-  for (const char* mode : {"hangup", "truncated"}) {
+  for (const char* mode : {"hangup", "truncated", "garbage"}) {
     heron_test::JunkServer junk(INGEST_PROG + static_cast<unsigned long>(number_), mode);
     ASSERT_TRUE(junk.ok()) << junk.error();
-    Mask mask({3});
-    int err = 0;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err), nullptr) << mode;
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(err, INGEST_ERR_CONNECT) << mode;
-    EXPECT_EQ(log.rfind("INGEST_CONNECT failed: RPC: ", 0), 0u) << log;
+    const bool garbage = strcmp(mode, "garbage") == 0;
+    EXPECT_EQ(connectFails({3}, garbage), INGEST_ERR_CONNECT) << mode;
+    if (garbage) {
+      EXPECT_EQ(log_, "INGEST_CONNECT failed: RPC: Timed out\n");
+    } else {
+      EXPECT_EQ(log_.rfind("INGEST_CONNECT failed: RPC: ", 0), 0u) << log_;
+    }
   }
 }
 
-// The two cases below wait out the fixed five-second limits, once each.
-TEST_F(IngestClient, GarbageReplyTimesOut) {
-  heron_test::JunkServer junk(INGEST_PROG + static_cast<unsigned long>(number_), "garbage");
-  ASSERT_TRUE(junk.ok()) << junk.error();
-  Mask mask({3});
-  int err = 0;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(call_ingest_server("tern1", number_, kLoopback, mask.words, 1, &err), nullptr);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "INGEST_CONNECT failed: RPC: Timed out\n");
-  EXPECT_EQ(err, INGEST_ERR_CONNECT);
-}
-
+// Waits out the fixed five-second limit for the connection back.
 TEST_F(IngestClient, ServerThatNeverConnectsBack) {
   heron_test::TestIngestServer server(number_, {"--no-connect-back"});
   ASSERT_TRUE(server.ok()) << server.error();
-  Mask mask({3});
-  int err = 0;
-  EXPECT_EQ(call_ingest_server("tern1", number_, kLoopback, mask.words, 0, &err), nullptr);
-  EXPECT_EQ(err, INGEST_ERR_SYSTEM);
-  testing::internal::CaptureStderr();
-  ingest_perror("tern1", kLoopback, err);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "ingest tern1@127.0.0.1: Connection timed out\n");
+  EXPECT_EQ(connectFails({3}), INGEST_ERR_SYSTEM);
+  EXPECT_EQ(perrorText("tern1", kLoopback, INGEST_ERR_SYSTEM), "ingest tern1@127.0.0.1: Connection timed out\n");
 }
 
 TEST(IngestPerror, PrintsEachCodesMessage) {
@@ -293,17 +271,10 @@ TEST(IngestPerror, PrintsEachCodesMessage) {
       {-9, ""},
       {1, ""},
   };
-  for (const Case& c : cases) {
-    testing::internal::CaptureStderr();
-    ingest_perror("t", "s", c.code);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), c.text) << c.code;
-  }
+  for (const Case& c : cases) EXPECT_EQ(perrorText("t", "s", c.code), c.text) << c.code;
   errno = ENOMEM;
-  testing::internal::CaptureStderr();
-  ingest_perror(std::string(200, 'x').c_str(), "s", -1);
-  std::string out = testing::internal::GetCapturedStderr();
   // The prefix is cut to its 99 characters, then the system's text.
-  EXPECT_EQ(out, "ingest " + std::string(92, 'x') + ": Cannot allocate memory\n");
+  EXPECT_EQ(perrorText(std::string(200, 'x').c_str(), "s", -1), "ingest " + std::string(92, 'x') + ": Cannot allocate memory\n");
 }
 
 }  // namespace

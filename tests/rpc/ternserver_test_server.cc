@@ -39,7 +39,15 @@ std::map<std::string, Job> jobs;
 // the strings its answer points into.
 char* text(std::string& s) { return &s[0]; }
 
-bool known(char** name) { return *name != nullptr && strcmp(*name, kModule) == 0; }
+// True for the one module; otherwise sets the reply's error code and text.
+bool known(char** name, int* ierr, char** errmsg) {
+  if (*name != nullptr && strcmp(*name, kModule) == 0) return true;
+  static std::string err;
+  err = std::string("no such module: ") + (*name ? *name : "");
+  *ierr = 1;
+  *errmsg = text(err);
+  return false;
+}
 
 }  // namespace
 
@@ -49,14 +57,8 @@ siocfg_res* getsiocfg_1_svc(char** name, struct svc_req*) {
   static siocfg_res res;
   static std::vector<siocfg> nodes;
   static std::vector<std::string> strings;
-  static std::string err;
   memset(&res, 0, sizeof res);
-  if (!known(name)) {
-    err = std::string("no such module: ") + (*name ? *name : "");
-    res.ierr = 1;
-    res.siocfg_res_u.errmsg = text(err);
-    return &res;
-  }
+  if (!known(name, &res.ierr, &res.siocfg_res_u.errmsg)) return &res;
   strings = {"%d,%d,%d", "\r\n", "", "\x55\xaa", "", ""};
   nodes.assign(3, siocfg());
   nodes[0] = {nullptr, 9600, CS8, text(strings[0]), text(strings[1]), 1, '\n', 3, 0, ASCII};
@@ -102,14 +104,8 @@ char** getternserverenv_1_svc(char** name, struct svc_req*) {
 analogcfg_res* getanalogcfg_1_svc(char** name, struct svc_req*) {
   static analogcfg_res res;
   static analogcfg nodes[2];
-  static std::string err;
   memset(&res, 0, sizeof res);
-  if (!known(name)) {
-    err = std::string("no such module: ") + (*name ? *name : "");
-    res.ierr = 1;
-    res.analogcfg_res_u.errmsg = text(err);
-    return &res;
-  }
+  if (!known(name, &res.ierr, &res.analogcfg_res_u.errmsg)) return &res;
   nodes[0] = {&nodes[1], 0, 20};
   nodes[1] = {nullptr, 1, 10};
   res.analogcfg_res_u.list = &nodes[0];
@@ -181,14 +177,8 @@ blazingArchive_res* getblazingstatus_1_svc(char** name, struct svc_req*) {
 ttl_output_cfg_res* get_ttl_output_cfg_1_svc(char** name, struct svc_req*) {
   static ttl_output_cfg_res res;
   static ttl_output_cfg nodes[2];
-  static std::string err;
   memset(&res, 0, sizeof res);
-  if (!known(name)) {
-    err = std::string("no such module: ") + (*name ? *name : "");
-    res.ierr = 1;
-    res.ttl_output_cfg_res_u.errmsg = text(err);
-    return &res;
-  }
+  if (!known(name, &res.ierr, &res.ttl_output_cfg_res_u.errmsg)) return &res;
   nodes[0] = {0, 100, 900, 0, &nodes[1]};
   nodes[1] = {500, 250, 750, 3, nullptr};
   res.ttl_output_cfg_res_u.list = &nodes[0];

@@ -11,6 +11,7 @@
 #include "ingest_rpc.h"
 #include "ternserver.h"
 #include "xdr_list_depth.h"
+#include "xdr_text.h"
 
 namespace {
 
@@ -47,16 +48,27 @@ void release(Codec<T> codec, T* obj) {
   xdr_free(reinterpret_cast<xdrproc_t>(codec), reinterpret_cast<char*>(obj));
 }
 
-// Every proper prefix of a valid encoding fails to decode, and what was
-// decoded up to the failure can be released.
+// True when bytes decode; what was decoded is released either way.
 template <class T>
-void expectPrefixesFail(Codec<T> codec, const Bytes& whole) {
-  for (size_t n = 0; n < whole.size(); ++n) {
-    Bytes part(whole.begin(), whole.begin() + static_cast<long>(n));
-    T out;
-    EXPECT_FALSE(decode(codec, part, &out)) << "prefix of " << n << " bytes";
-    release(codec, &out);
-  }
+bool decodes(Codec<T> codec, const Bytes& bytes) {
+  T out;
+  const bool ok = decode(codec, bytes, &out);
+  release(codec, &out);
+  return ok;
+}
+
+// obj encodes to exactly `want`; the whole decodes to a record that encodes
+// to `want` again; every proper prefix fails to decode, and what was decoded
+// up to the failure can be released.
+template <class T>
+void expectWire(Codec<T> codec, T* obj, const Bytes& want) {
+  EXPECT_EQ(encode(codec, obj), want);
+  T back;
+  EXPECT_TRUE(decode(codec, want, &back));
+  EXPECT_EQ(encode(codec, &back), want);
+  release(codec, &back);
+  for (size_t n = 0; n < want.size(); ++n)
+    EXPECT_FALSE(decodes(codec, Bytes(want.begin(), want.begin() + static_cast<long>(n)))) << n << " bytes";
 }
 
 Bytes words(std::initializer_list<uint32_t> ws) {
@@ -68,22 +80,28 @@ Bytes words(std::initializer_list<uint32_t> ws) {
 
 char* str(std::string& s) { return &s[0]; }
 
+// Links the nodes into one list, sends it through the codec and back, and
+// expects the decoded list to read as the original, node for node.  Returns
+// the encoded bytes.
+template <class Res, class Node, class Head>
+Bytes roundTrip(Codec<Res> codec, Head head, std::vector<Node>& nodes) {
+  for (size_t i = 0; i < nodes.size(); ++i) nodes[i].next = i + 1 < nodes.size() ? &nodes[i + 1] : nullptr;
+  Res res;
+  memset(&res, 0, sizeof res);
+  head(res) = nodes.data();
+  const Bytes bytes = encode(codec, &res);
+  Res back;
+  EXPECT_TRUE(decode(codec, bytes, &back));
+  EXPECT_EQ(xdr_text::list(head(back)), xdr_text::list(head(res)));
+  release(codec, &back);
+  return bytes;
+}
+
 TEST(ConnectRecord, WireBytes) {
   std::string name = "ab";
   u_int mask[8] = {0x00000001, 0x80000000, 0, 0, 0, 0, 0, 0xdeadbeef};
   connect_t c = {0x1234, str(name), {8, mask}, 1};
-  Bytes expected = words({0x1234, 2, 0x61620000, 8, 0x00000001, 0x80000000, 0, 0, 0, 0, 0, 0xdeadbeef, 1});
-  EXPECT_EQ(encode(xdr_connect_t, &c), expected);
-
-  connect_t back;
-  ASSERT_TRUE(decode(xdr_connect_t, expected, &back));
-  EXPECT_EQ(back.s_port, 0x1234);
-  EXPECT_STREQ(back.name, "ab");
-  ASSERT_EQ(back.channels.channels_len, 8u);
-  EXPECT_EQ(memcmp(back.channels.channels_val, mask, sizeof mask), 0);
-  EXPECT_EQ(back.sock_is_dgram, 1);
-  release(xdr_connect_t, &back);
-  expectPrefixesFail(xdr_connect_t, expected);
+  expectWire(xdr_connect_t, &c, words({0x1234, 2, 0x61620000, 8, 0x00000001, 0x80000000, 0, 0, 0, 0, 0, 0xdeadbeef, 1}));
 }
 
 // The link of a serial-channel list goes first: all the links, then the
@@ -95,217 +113,88 @@ TEST(SerialChannelList, WireBytesPutTheLinkFirst) {
   siocfg_res res;
   res.ierr = 0;
   res.siocfg_res_u.list = &a;
-  Bytes expected = words({0, 1,                                         // ierr, head present
-                          1,                                            // a.next present
-                          0,                                            // b.next absent
-                          300, 0x1b0, 0, 2, 0x61620000, 2, 3, 0, 12, 0,  // b
-                          9600, 0x30, 1, 0x78000000, 0, 1, 10, 3, 0x102, 1});  // a
-  EXPECT_EQ(encode(xdr_siocfg_res, &res), expected);
-
-  siocfg_res back;
-  ASSERT_TRUE(decode(xdr_siocfg_res, expected, &back));
-  const siocfg* first = back.siocfg_res_u.list;
-  ASSERT_NE(first, nullptr);
-  ASSERT_NE(first->next, nullptr);
-  EXPECT_EQ(first->next->next, nullptr);
-  EXPECT_EQ(first->baud, 9600);
-  EXPECT_STREQ(first->fmt, "x");
-  EXPECT_EQ(first->nbytes, 0x102);
-  EXPECT_EQ(first->type, BINARY);
-  EXPECT_EQ(first->next->baud, 300);
-  EXPECT_STREQ(first->next->sync, "ab");
-  release(xdr_siocfg_res, &back);
-  expectPrefixesFail(xdr_siocfg_res, expected);
-
+  expectWire(xdr_siocfg_res, &res,
+             words({0, 1,                                            // ierr, head present
+                    1,                                               // a.next present
+                    0,                                               // b.next absent
+                    300, 0x1b0, 0, 2, 0x61620000, 2, 3, 0, 12, 0,    // b
+                    9600, 0x30, 1, 0x78000000, 0, 1, 10, 3, 0x102, 1}));  // a
   std::string text = "bad";
-  siocfg_res err;
-  err.ierr = 2;
-  err.siocfg_res_u.errmsg = str(text);
-  EXPECT_EQ(encode(xdr_siocfg_res, &err), words({2, 3, 0x62616400}));
+  res.ierr = 2;
+  res.siocfg_res_u.errmsg = str(text);
+  expectWire(xdr_siocfg_res, &res, words({2, 3, 0x62616400}));
 }
 
-// Builds linked lists of n elements in vectors that own them.
-template <class Node>
-void link(std::vector<Node>& nodes) {
-  for (size_t i = 0; i + 1 < nodes.size(); ++i) nodes[i].next = &nodes[i + 1];
-  if (!nodes.empty()) nodes.back().next = nullptr;
-}
-
-template <class Node>
-size_t length(const Node* n) {
-  size_t len = 0;
-  for (; n != nullptr; n = n->next) ++len;
-  return len;
-}
-
-const int kLong = 1000;
-
-TEST(SerialChannelList, ThousandElementRoundTrip) {
-  std::vector<std::string> text(2 * kLong);
-  std::vector<siocfg> nodes(kLong);
-  for (int i = 0; i < kLong; ++i) {
-    text[2 * i] = "fmt" + std::to_string(i);
-    text[2 * i + 1] = std::string(static_cast<size_t>(i % 7), 's');
-    nodes[i] = {nullptr, 1200 * (i % 32), static_cast<u_long>(i) * 3u, str(text[2 * i]), str(text[2 * i + 1]),
-                static_cast<u_char>(i), static_cast<u_char>(i + 1), static_cast<u_char>(i % 9),
-                static_cast<u_short>(i * 61), static_cast<datarectype>(i % 4)};
-  }
-  link(nodes);
-  siocfg_res res;
-  res.ierr = 0;
-  res.siocfg_res_u.list = &nodes[0];
-  siocfg_res back;
-  ASSERT_TRUE(decode(xdr_siocfg_res, encode(xdr_siocfg_res, &res), &back));
-  ASSERT_EQ(length(back.siocfg_res_u.list), static_cast<size_t>(kLong));
-  int i = 0;
-  for (const siocfg* n = back.siocfg_res_u.list; n != nullptr; n = n->next, ++i) {
-    const siocfg& o = nodes[i];
-    EXPECT_EQ(n->baud, o.baud);
-    EXPECT_EQ(n->c_cflag, o.c_cflag);
-    EXPECT_STREQ(n->fmt, o.fmt);
-    EXPECT_STREQ(n->sync, o.sync);
-    EXPECT_EQ(n->chan, o.chan);
-    EXPECT_EQ(n->eom, o.eom);
-    EXPECT_EQ(n->nfields, o.nfields);
-    EXPECT_EQ(n->nbytes, o.nbytes);
-    EXPECT_EQ(n->type, o.type);
-  }
-  release(xdr_siocfg_res, &back);
-}
-
-TEST(AnalogList, ThousandElementRoundTripLinkFirst) {
-  std::vector<analogcfg> nodes(kLong);
-  for (int i = 0; i < kLong; ++i) nodes[i] = {nullptr, static_cast<u_char>(i), i * 5 - 100};
-  link(nodes);
-  analogcfg_res res;
-  res.ierr = 0;
-  res.analogcfg_res_u.list = &nodes[0];
-  Bytes bytes = encode(xdr_analogcfg_res, &res);
-  // ierr, head present, 999 links present, the last absent, then 2 words each.
-  ASSERT_EQ(bytes.size(), 4u * (2 + kLong + 2 * kLong));
-  EXPECT_EQ(Bytes(bytes.end() - 8, bytes.end()), words({0, static_cast<uint32_t>(-100)}));  // the head, last
-  analogcfg_res back;
-  ASSERT_TRUE(decode(xdr_analogcfg_res, bytes, &back));
-  int i = 0;
-  for (const analogcfg* n = back.analogcfg_res_u.list; n != nullptr; n = n->next, ++i) {
-    EXPECT_EQ(n->chan, nodes[i].chan);
-    EXPECT_EQ(n->hz, nodes[i].hz);
-  }
-  EXPECT_EQ(i, kLong);
-  release(xdr_analogcfg_res, &back);
-}
-
-TEST(TtlOutputList, ThousandElementRoundTrip) {
-  std::vector<ttl_output_cfg> nodes(kLong);
-  for (int i = 0; i < kLong; ++i) nodes[i] = {i * 10, -i * 3, 2147483647 - i, i % 16, nullptr};
-  link(nodes);
-  ttl_output_cfg_res res;
-  res.ierr = 0;
-  res.ttl_output_cfg_res_u.list = &nodes[0];
-  Bytes bytes = encode(xdr_ttl_output_cfg_res, &res);
-  EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 28), words({0, 1, 0, 0, 2147483647u, 0, 1}));  // link last
-  ttl_output_cfg_res back;
-  ASSERT_TRUE(decode(xdr_ttl_output_cfg_res, bytes, &back));
-  int i = 0;
-  for (const ttl_output_cfg* n = back.ttl_output_cfg_res_u.list; n != nullptr; n = n->next, ++i) {
-    EXPECT_EQ(n->start, nodes[i].start);
-    EXPECT_EQ(n->on, nodes[i].on);
-    EXPECT_EQ(n->off, nodes[i].off);
-    EXPECT_EQ(n->chan, nodes[i].chan);
-  }
-  EXPECT_EQ(i, kLong);
-  release(xdr_ttl_output_cfg_res, &back);
-}
-
-TEST(HostTable, ThousandElementRoundTrip) {
-  std::vector<std::string> text(2 * kLong);
-  std::vector<etc_hosts_entry> nodes(kLong);
-  for (int i = 0; i < kLong; ++i) {
+TEST(Lists, ThousandElementsRoundTrip) {
+  const int n = 1000;
+  std::vector<std::string> text(2 * n);
+  std::vector<siocfg> sio(n);
+  std::vector<analogcfg> analog(n);
+  std::vector<ttl_output_cfg> ttl(n);
+  std::vector<etc_hosts_entry> hosts(n);
+  std::vector<ingest_connection> conns(n);
+  for (int i = 0; i < n; ++i) {
+    const u_long u = static_cast<u_long>(i);
     text[2 * i] = "192.0.2." + std::to_string(i % 256);
-    text[2 * i + 1] = "host" + std::to_string(i);
-    nodes[i] = {str(text[2 * i]), str(text[2 * i + 1]), nullptr};
+    text[2 * i + 1] = std::string(static_cast<size_t>(i % 7), 's') + std::to_string(i);
+    sio[i] = {nullptr, 1200 * (i % 32), u * 3u, str(text[2 * i + 1]), str(text[2 * i]), static_cast<u_char>(i),
+              static_cast<u_char>(i + 1), static_cast<u_char>(i % 9), static_cast<u_short>(i * 61),
+              static_cast<datarectype>(i % 4)};
+    analog[i] = {nullptr, static_cast<u_char>(i), i * 5 - 100};
+    ttl[i] = {i * 10, -i * 3, 2147483647 - i, i % 16, nullptr};
+    hosts[i] = {str(text[2 * i]), str(text[2 * i + 1]), nullptr};
+    conns[i] = {static_cast<u_short>(40000 + i), 0x7f000001u + u, i % 2, i, -i, 2 * i, 3 * i, 4294967295u - u, u * 7,
+                u * 11, nullptr};
   }
-  link(nodes);
-  etc_hosts_res res;
-  res.ierr = 0;
-  res.etc_hosts_res_u.list = &nodes[0];
-  Bytes bytes = encode(xdr_etc_hosts_res, &res);
-  etc_hosts_res back;
-  ASSERT_TRUE(decode(xdr_etc_hosts_res, bytes, &back));
-  int i = 0;
-  for (const etc_hosts_entry* n = back.etc_hosts_res_u.list; n != nullptr; n = n->next, ++i) {
-    EXPECT_STREQ(n->addr, nodes[i].addr);
-    EXPECT_STREQ(n->name, nodes[i].name);
-  }
-  EXPECT_EQ(i, kLong);
-  release(xdr_etc_hosts_res, &back);
-  nodes.resize(3);
-  link(nodes);
-  expectPrefixesFail(xdr_etc_hosts_res, encode(xdr_etc_hosts_res, &res));
-}
+  roundTrip(xdr_siocfg_res, [](siocfg_res& r) -> siocfg*& { return r.siocfg_res_u.list; }, sio);
 
-TEST(IngestConnectionList, ThousandElementRoundTrip) {
-  std::vector<ingest_connection> nodes(kLong);
-  for (int i = 0; i < kLong; ++i) {
-    u_long u = static_cast<u_long>(i);
-    nodes[i] = {static_cast<u_short>(40000 + i), 0x7f000001u + u, i % 2, i, -i, 2 * i, 3 * i,
-                4294967295u - u, u * 7, u * 11, nullptr};
-  }
-  link(nodes);
-  ingest_connection_res res;
-  res.ierr = 0;
-  res.ingest_connection_res_u.list = &nodes[0];
-  Bytes bytes = encode(xdr_ingest_connection_res, &res);
-  ASSERT_EQ(bytes.size(), 4u * (2 + 11 * kLong));
+  Bytes bytes = roundTrip(xdr_analogcfg_res, [](analogcfg_res& r) -> analogcfg*& { return r.analogcfg_res_u.list; },
+                          analog);
+  // ierr, head present, 999 links present, the last absent, then 2 words
+  // each, the head's last.
+  ASSERT_EQ(bytes.size(), 4u * (2 + n + 2 * n));
+  EXPECT_EQ(Bytes(bytes.end() - 8, bytes.end()), words({0, static_cast<uint32_t>(-100)}));
+
+  // The link goes last here: the head's fields, then its link.
+  bytes = roundTrip(xdr_ttl_output_cfg_res,
+                    [](ttl_output_cfg_res& r) -> ttl_output_cfg*& { return r.ttl_output_cfg_res_u.list; }, ttl);
+  EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 28), words({0, 1, 0, 0, 2147483647u, 0, 1}));
+
+  roundTrip(xdr_etc_hosts_res, [](etc_hosts_res& r) -> etc_hosts_entry*& { return r.etc_hosts_res_u.list; }, hosts);
+
+  auto connHead = [](ingest_connection_res& r) -> ingest_connection*& { return r.ingest_connection_res_u.list; };
+  bytes = roundTrip(xdr_ingest_connection_res, connHead, conns);
+  ASSERT_EQ(bytes.size(), 4u * (2 + 11 * n));
   EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 56),
             words({0, 1, 40000, 0x7f000001, 0, 0, 0, 0, 0, 4294967295u, 0, 0, 1, 40001}));
-  ingest_connection_res back;
-  ASSERT_TRUE(decode(xdr_ingest_connection_res, bytes, &back));
-  int i = 0;
-  for (const ingest_connection* n = back.ingest_connection_res_u.list; n != nullptr; n = n->next, ++i) {
-    const ingest_connection& o = nodes[i];
-    EXPECT_EQ(n->port, o.port);
-    EXPECT_EQ(n->h_add, o.h_add);
-    EXPECT_EQ(n->sock_is_dgram, o.sock_is_dgram);
-    EXPECT_EQ(n->writeerr, o.writeerr);
-    EXPECT_EQ(n->partialWrites, o.partialWrites);
-    EXPECT_EQ(n->blockedWrites, o.blockedWrites);
-    EXPECT_EQ(n->unreachable, o.unreachable);
-    EXPECT_EQ(n->nsamples, o.nsamples);
-    EXPECT_EQ(n->nwrites, o.nwrites);
-    EXPECT_EQ(n->nlost, o.nlost);
-  }
-  EXPECT_EQ(i, kLong);
-  release(xdr_ingest_connection_res, &back);
-
   // An error carries nothing after its code.
   ingest_connection_res err;
   err.ierr = -3;
-  err.ingest_connection_res_u.list = &nodes[0];
+  connHead(err) = conns.data();
   EXPECT_EQ(encode(xdr_ingest_connection_res, &err), words({static_cast<uint32_t>(-3)}));
 }
 
-TEST(InputStatus, RoundTripAndWireOrder) {
+TEST(HostTable, TruncatedListsFailCleanly) {
+  std::string a = "192.0.2.1", b = "h";
+  etc_hosts_entry second = {str(a), str(b), nullptr}, first = {str(b), str(a), &second};
+  etc_hosts_res res;
+  res.ierr = 0;
+  res.etc_hosts_res_u.list = &first;
+  expectWire(xdr_etc_hosts_res, &res,
+             words({0, 1, 1, 0x68000000, 9, 0x3139322e, 0x302e322e, 0x31000000, 1, 9, 0x3139322e, 0x302e322e,
+                    0x31000000, 1, 0x68000000, 0}));
+}
+
+TEST(InputStatus, WireOrder) {
   std::string station = "tower1", port = "/dev/ttyS1";
   input_status st = {12.5f, 3, 86400, str(station), str(port), TRUE};
   input_status_res res;
   res.ierr = 0;
   res.input_status_res_u.status = &st;
-  Bytes bytes = encode(xdr_input_status_res, &res);
-  EXPECT_EQ(bytes, words({0, 1, 0x41480000, 3, 86400, 6, 0x746f7765, 0x72310000, 10, 0x2f646576, 0x2f747479,
-                          0x53310000, 1}));
-  input_status_res back;
-  ASSERT_TRUE(decode(xdr_input_status_res, bytes, &back));
-  ASSERT_NE(back.input_status_res_u.status, nullptr);
-  EXPECT_EQ(back.input_status_res_u.status->sampleRate, 12.5f);
-  EXPECT_STREQ(back.input_status_res_u.status->port, "/dev/ttyS1");
-  EXPECT_EQ(back.input_status_res_u.status->open, TRUE);
-  release(xdr_input_status_res, &back);
-  expectPrefixesFail(xdr_input_status_res, bytes);
-
-  input_status_res err;
-  err.ierr = 5;
-  EXPECT_EQ(encode(xdr_input_status_res, &err), words({5}));
+  expectWire(xdr_input_status_res, &res,
+             words({0, 1, 0x41480000, 3, 86400, 6, 0x746f7765, 0x72310000, 10, 0x2f646576, 0x2f747479, 0x53310000, 1}));
+  res.ierr = 5;
+  EXPECT_EQ(encode(xdr_input_status_res, &res), words({5}));
 }
 
 // A reply announcing a list far longer than any site has is refused, not
@@ -313,68 +202,38 @@ TEST(InputStatus, RoundTripAndWireOrder) {
 TEST(ListDepth, OverlongChainsAreRefused) {
   const int n = 200000;
   Bytes linkFirst = words({0});  // ierr, then every link present
-  for (int i = 0; i < n; ++i) {
-    Bytes one = words({1});
-    linkFirst.insert(linkFirst.end(), one.begin(), one.end());
-  }
-  analogcfg_res analog;
-  EXPECT_FALSE(decode(xdr_analogcfg_res, linkFirst, &analog));
-  release(xdr_analogcfg_res, &analog);
-
   Bytes linkLast = words({0, 1});  // ierr, head present, then empty entries
   for (int i = 0; i < n; ++i) {
-    Bytes one = words({0, 0, 1});
-    linkLast.insert(linkLast.end(), one.begin(), one.end());
+    const Bytes one = words({1}), entry = words({0, 0, 1});
+    linkFirst.insert(linkFirst.end(), one.begin(), one.end());
+    linkLast.insert(linkLast.end(), entry.begin(), entry.end());
   }
-  etc_hosts_res hosts;
-  EXPECT_FALSE(decode(xdr_etc_hosts_res, linkLast, &hosts));
-  release(xdr_etc_hosts_res, &hosts);
+  EXPECT_FALSE(decodes(xdr_analogcfg_res, linkFirst));
+  EXPECT_FALSE(decodes(xdr_etc_hosts_res, linkLast));
 
   // A list at the bound still passes.
   std::vector<analogcfg> nodes(XDR_LIST_MAX_DEPTH - 1);
-  link(nodes);
-  analogcfg_res res;
-  res.ierr = 0;
-  res.analogcfg_res_u.list = &nodes[0];
-  analogcfg_res back;
-  EXPECT_TRUE(decode(xdr_analogcfg_res, encode(xdr_analogcfg_res, &res), &back));
-  EXPECT_EQ(length(back.analogcfg_res_u.list), nodes.size());
-  release(xdr_analogcfg_res, &back);
+  roundTrip(xdr_analogcfg_res, [](analogcfg_res& r) -> analogcfg*& { return r.analogcfg_res_u.list; }, nodes);
 }
 
-TEST(ModuleServerResults, ScalarAndStringResultsRoundTrip) {
+TEST(ModuleServerResults, ScalarAndStringResults) {
   std::string a = "tern1", b = "archive", c = "/dev/nst0", msg = "no such setting";
-
   configint_res ci;
   ci.ierr = 0;
   ci.configint_res_u.value = -42;
-  EXPECT_EQ(encode(xdr_configint_res, &ci), words({0, static_cast<uint32_t>(-42)}));
+  expectWire(xdr_configint_res, &ci, words({0, static_cast<uint32_t>(-42)}));
+  const Bytes err = words({1, 15, 0x6e6f2073, 0x75636820, 0x73657474, 0x696e6700});  // code, then the text
   ci.ierr = 1;
   ci.configint_res_u.errmsg = str(msg);
-  configint_res ciBack;
-  ASSERT_TRUE(decode(xdr_configint_res, encode(xdr_configint_res, &ci), &ciBack));
-  EXPECT_STREQ(ciBack.configint_res_u.errmsg, "no such setting");
-  release(xdr_configint_res, &ciBack);
-
+  expectWire(xdr_configint_res, &ci, err);
   configstring_res cs = {1, str(msg)};
-  configstring_res csBack;
-  ASSERT_TRUE(decode(xdr_configstring_res, encode(xdr_configstring_res, &cs), &csBack));
-  EXPECT_EQ(csBack.ierr, 1);
-  EXPECT_STREQ(csBack.value, "no such setting");
-  release(xdr_configstring_res, &csBack);
+  expectWire(xdr_configstring_res, &cs, err);
 
-  blazingArchive job = {str(a), str(b), str(c), 2};
-  EXPECT_EQ(encode(xdr_blazingArchive, &job),
-            words({5, 0x7465726e, 0x31000000, 7, 0x61726368, 0x69766500, 9, 0x2f646576, 0x2f6e7374, 0x30000000, 2}));
   blazingArchive_res br;
   br.ierr = 0;
-  br.blazingArchive_res_u.archive = job;
-  blazingArchive_res brBack;
-  ASSERT_TRUE(decode(xdr_blazingArchive_res, encode(xdr_blazingArchive_res, &br), &brBack));
-  EXPECT_STREQ(brBack.blazingArchive_res_u.archive.tapeDevice, "/dev/nst0");
-  EXPECT_EQ(brBack.blazingArchive_res_u.archive.status, 2);
-  release(xdr_blazingArchive_res, &brBack);
-
+  br.blazingArchive_res_u.archive = {str(a), str(b), str(c), 2};
+  expectWire(xdr_blazingArchive_res, &br,
+             words({0, 5, 0x7465726e, 0x31000000, 7, 0x61726368, 0x69766500, 9, 0x2f646576, 0x2f6e7374, 0x30000000, 2}));
   datarectype t = BINARY_END_SYNC;
   EXPECT_EQ(encode(xdr_datarectype, &t), words({3}));
 }

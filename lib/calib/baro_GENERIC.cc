@@ -1,0 +1,23 @@
+// baro_GENERIC: a barometer record of whole millibars and hundredths, two
+// 2-byte signed integers in host order; published as the station pressure.
+#include "calib_common.h"
+#include "conversions.h"
+#include "flop_convert.h"
+
+namespace {
+const char kVersion[] = "baro_GENERIC 1.0";
+}
+
+extern "C" int baro_GENERIC(double*, calib_input in, float* out, int) {
+  out[0] = noflop_short(in.raw) + noflop_short(in.raw + 2) / 100.0f;
+  sharedValues[SHARED_PRESSURE] = out[0];
+  return 0;
+}
+
+// No parameters.  Output in mb.
+extern "C" CalibInfo* baro_GENERIC_init(int, int, void**, int nparam, int nout) {
+  if (nparam != 0) calib_init_fail("baro_GENERIC", "Invalid number of parameters, should be 0\n");
+  CalibInfo* info = AllocCalibInfo(nout, kVersion);
+  CalibInfoSetUnits(info, 1, "mb");
+  return info;
+}

@@ -1,0 +1,216 @@
+#include "cal_file.h"
+
+#include <errno.h>
+#include <math.h>
+#include <stdarg.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "cal_parse.h"
+extern "C" {
+#include "calfile_parser.h"
+}
+#include "calib_common.h"
+#include "heron_fopen.h"
+
+// The generated scanner's entry points (reentrant form).
+extern "C" {
+int calfilelex_init_extra(struct cal_parse* extra, void** scanner);
+void calfileset_in(FILE* in, void* scanner);
+int calfilelex_destroy(void* scanner);
+}
+
+namespace {
+
+// Blocks grow by at least this many entries, and by half their size once
+// they are large, so that long files are not copied over and over.
+constexpr size_t kBlockStep = 100;
+
+size_t grown(size_t cap) { return cap + (cap / 2 > kBlockStep ? cap / 2 : kBlockStep); }
+
+void* grow_block(void* block, size_t count, size_t size) {
+  if (count > SIZE_MAX / size) {
+    errno = ENOMEM;
+    calib_alloc_fail("Calibration file parse");
+  }
+  void* p = realloc(block, count * size);
+  if (!p) calib_alloc_fail("Calibration file parse");
+  return p;
+}
+
+// Days from 1970-01-01 to the given proleptic Gregorian date (month 1..12).
+int64_t days_from_civil(int64_t y, int64_t m, int64_t d) {
+  y -= m <= 2;
+  const int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const int64_t yoe = y - era * 400;
+  const int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + doe - 719468;
+}
+
+}  // namespace
+
+extern "C" void cal_parse_value(struct cal_parse* st, double v) {
+  calib_struct* cal = st->cal;
+  if (cal->nrecords == 0) {
+    if (st->nvalues == 0 && !st->values) {
+      st->data_cap = kBlockStep;
+      st->values = static_cast<double*>(grow_block(nullptr, st->data_cap, sizeof(double)));
+      st->time_cap = kBlockStep;
+      cal->times = static_cast<double*>(grow_block(nullptr, st->time_cap, sizeof(double)));
+    }
+    cal->ndata = st->nvalues + 1;
+  }
+  if (st->nvalues_all == st->data_cap) {
+    st->data_cap = grown(st->data_cap);
+    st->values = static_cast<double*>(grow_block(st->values, st->data_cap, sizeof(double)));
+  }
+  st->values[st->nvalues_all++] = v;
+  st->nvalues++;
+}
+
+extern "C" int cal_parse_record(struct cal_parse* st, double t) {
+  calib_struct* cal = st->cal;
+  int n = st->nvalues;
+  st->nvalues = 0;
+  if (cal->nrecords > 0 && n != cal->ndata) {
+    fprintf(stderr, "Inconsistant number of calibration parameters in file %s\n",
+            cal->cal_file_name);
+    fprintf(stderr, "First record contained time + %d data elements\n", cal->ndata);
+    fprintf(stderr, "Current record contains time + %d data elements\n", n);
+    return 1;
+  }
+  if (static_cast<size_t>(cal->nrecords) == st->time_cap) {
+    st->time_cap = grown(st->time_cap);
+    cal->times = static_cast<double*>(grow_block(cal->times, st->time_cap, sizeof(double)));
+  }
+  cal->times[cal->nrecords++] = t;
+  return 0;
+}
+
+extern "C" int cal_parse_year(int year) {
+  if (year < 50) return 2000 + year;
+  if (year < 100) return 1900 + year;
+  return year;
+}
+
+extern "C" double cal_parse_date(int year, int month, int day) {
+  // The month is 0..11 from the scanner; the day may run past the month's
+  // end and carries over as a calendar would.
+  return static_cast<double>(days_from_civil(year, month + 1, 1) + (static_cast<int64_t>(day) - 1)) *
+         86400.0;
+}
+
+extern "C" double cal_parse_yday(int year, int yday) {
+  return static_cast<double>(days_from_civil(year, 1, 1) + (static_cast<int64_t>(yday) - 1)) *
+         86400.0;
+}
+
+extern "C" double cal_parse_hhmmss(double v) {
+  // Done in floating point throughout so that no value, however large,
+  // meets an integer conversion.
+  const double whole = trunc(v);
+  const double hours = trunc(whole / 10000.0);
+  const double minutes = trunc(fmod(whole, 10000.0) / 100.0);
+  const double seconds = fmod(whole, 100.0);
+  return hours * 3600.0 + minutes * 60.0 + seconds + (v - whole);
+}
+
+extern "C" void cal_parse_error(struct cal_parse* st, const char* what) {
+  fprintf(stderr, "%s in line %d of calibration file: %s\n", what, st->line,
+          st->cal->cal_file_name);
+}
+
+extern "C" const char* cal_parse_text(const char* msg) {
+  if (strcmp(msg, "memory exhausted") == 0) return "parser stack overflow";
+  return msg;
+}
+
+extern "C" char* cal_parse_string(const char* text, size_t len) {
+  char* s = static_cast<char*>(malloc(len + 1));
+  if (!s) {
+    fprintf(stderr, "unable to malloc space in alloc_string() for %.*s\n", static_cast<int>(len),
+            text);
+    exit(1);
+  }
+  memcpy(s, text, len);
+  s[len] = '\0';
+  return s;
+}
+
+extern "C" void cal_parse_bad_char(struct cal_parse* st, unsigned char c) {
+  fprintf(stderr, "Unrecognized character, '%c' ('\\%#o'), at line %d\n", c, c, st->line);
+}
+
+extern "C" void free_cal_file(calib_struct* cal) {
+  if (!cal) return;
+  free(cal->data ? cal->data[0] : nullptr);
+  free(cal->data);
+  free(cal->times);
+  free(cal->cal_file_name);
+  free(cal);
+}
+
+extern "C" int parse_cal_stream(FILE* fp, const char* name, calib_struct** result) {
+  *result = nullptr;
+  calib_struct* cal = static_cast<calib_struct*>(calloc(1, sizeof(calib_struct)));
+  if (!cal) {
+    perror("allocating calib struct");
+    return -1;
+  }
+  cal->cal_file_name = strdup(name);
+  if (!cal->cal_file_name) calib_alloc_fail("allocating calib struct");
+
+  struct cal_parse st;
+  memset(&st, 0, sizeof st);
+  st.cal = cal;
+  st.line = 1;
+  st.next_line = 1;
+
+  void* scanner = nullptr;
+  if (calfilelex_init_extra(&st, &scanner) != 0) calib_alloc_fail("Calibration file parse");
+  calfileset_in(fp, scanner);
+  int status = calfileparse(scanner, &st);
+  calfilelex_destroy(scanner);
+
+  if (status != 0) {
+    free(st.values);
+    free(cal->times);
+    free(cal->cal_file_name);
+    free(cal);
+    return 1;
+  }
+  if (cal->nrecords == 0) {
+    free(st.values);
+    free(cal->times);
+    cal->times = nullptr;
+    cal->ndata = 0;
+  } else {
+    const size_t nrec = static_cast<size_t>(cal->nrecords);
+    cal->times = static_cast<double*>(grow_block(cal->times, nrec, sizeof(double)));
+    st.values = static_cast<double*>(grow_block(st.values, st.nvalues_all, sizeof(double)));
+    cal->data = static_cast<double**>(grow_block(nullptr, nrec, sizeof(double*)));
+    for (size_t i = 0; i < nrec; ++i) cal->data[i] = st.values + i * static_cast<size_t>(cal->ndata);
+  }
+  *result = cal;
+  return 0;
+}
+
+extern "C" calib_struct* read_cal_file(const char* name) {
+  errno = 0;
+  FILE* fp = heron_cal_fopen(name, "r");
+  if (!fp) {
+    // A missing HERON or PROJECT fails without a system error.
+    if (errno != 0)
+      perror(name);
+    else
+      fprintf(stderr, "%s: cannot be opened\n", name);
+    return nullptr;
+  }
+  calib_struct* cal = nullptr;
+  int status = parse_cal_stream(fp, name, &cal);
+  fclose(fp);
+  if (status > 0) exit(1);
+  return cal;
+}

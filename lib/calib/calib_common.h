@@ -1,0 +1,64 @@
+// Helpers shared by the conversion modules: the missing-value mark, the
+// fatal configuration report, parameter access and the per-use tables.
+#ifndef HERON_CALIB_CALIB_COMMON_H
+#define HERON_CALIB_CALIB_COMMON_H
+
+#include <stddef.h>
+
+#include <vector>
+
+#include "calib_func.h"
+
+// The library's mark for a value that could not be produced.
+constexpr float CALIB_MISSING = 1e37f;
+
+// Anything at or above this counts as missing when a value is tested.
+constexpr float CALIB_MISSING_TEST = 1e36f;
+
+// Reports a configuration fault of a module's init function:
+// "Error: <module> calibration function error", then the formatted line, on
+// standard error, and exits with status 1.
+[[noreturn]] void calib_init_fail(const char* module, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+// Reports a failed allocation as "<what>: <system error>" and exits with 1.
+[[noreturn]] void calib_alloc_fail(const char* what);
+
+// Parameter i as a number or as a text; the function's own documentation
+// says which kind each parameter is.
+inline double calib_param_double(void** params, int i) {
+  return *static_cast<const double*>(params[i]);
+}
+inline const char* calib_param_string(void** params, int i) {
+  return static_cast<const char*>(params[i]);
+}
+
+// A module's per-use state, indexed by ichan.  The first init call with a
+// nonzero nchan sizes it; a later call with a larger nchan (a configuration
+// set up again with more uses) grows it, keeping the entries already made.
+// Entries live until the process ends.
+template <typename T>
+class UseTable {
+ public:
+  // Checks ichan against nchan and makes room; returns the entry, reset, for
+  // the init function to fill.
+  T& prepare(const char* module, int ichan, int nchan) {
+    if (nchan < 0 || ichan < 0 || ichan >= nchan)
+      calib_init_fail(module, "Use index %d is outside 0 .. %d\n", ichan, nchan - 1);
+    if (static_cast<size_t>(nchan) > entries_.size()) entries_.resize(static_cast<size_t>(nchan));
+    entries_[static_cast<size_t>(ichan)] = T();
+    return entries_[static_cast<size_t>(ichan)];
+  }
+  T& operator[](int ichan) { return entries_[static_cast<size_t>(ichan)]; }
+  T* data() { return entries_.data(); }
+
+ private:
+  std::vector<T> entries_;
+};
+
+// The unit of an optional text parameter: the text when present, else "".
+inline const char* calib_optional_unit(void** params, int nparam, int i) {
+  return i < nparam ? calib_param_string(params, i) : "";
+}
+
+#endif

@@ -1,0 +1,130 @@
+#include "calib_func.h"
+
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "conversions.h"
+
+#define CALIB_ENTRY(name)                                          \
+  {#name, reinterpret_cast<calib_any_t>(&name)},                   \
+  {#name "_init", reinterpret_cast<calib_any_t>(&name##_init)},
+
+// In the registry's fixed order; names of functions this library does not
+// provide are absent, so looking them up finds nothing.
+extern "C" const calib_entry function_list[] = {
+    CALIB_ENTRY(baro_GENERIC)
+    CALIB_ENTRY(baro_PARA)
+    CALIB_ENTRY(baro_vais)
+    CALIB_ENTRY(diff_float)
+    CALIB_ENTRY(dual_uv)
+    CALIB_ENTRY(fis_linear)
+    CALIB_ENTRY(linear)
+    CALIB_ENTRY(mode)
+    CALIB_ENTRY(plinear)
+    CALIB_ENTRY(poly)
+    CALIB_ENTRY(power)
+    CALIB_ENTRY(sonic_csat3)
+    CALIB_ENTRY(status)
+    CALIB_ENTRY(t_AIR)
+    CALIB_ENTRY(t_vaisala)
+    CALIB_ENTRY(td_linear)
+    CALIB_ENTRY(td_linear_interp)
+    CALIB_ENTRY(td_linear_dt)
+    CALIB_ENTRY(thermistor)
+    CALIB_ENTRY(wind_gill)
+    CALIB_ENTRY(wind_rmy)
+    {nullptr, nullptr},
+};
+
+namespace {
+
+[[noreturn]] void fail_alloc() {
+  perror("calib_func.c");
+  exit(1);
+}
+
+char* copy_text(const char* s) {
+  char* c = strdup(s ? s : "");
+  if (!c) fail_alloc();
+  return c;
+}
+
+}  // namespace
+
+extern "C" calib_func_t calib_function(const char* name) {
+  if (!name) return nullptr;
+  for (const calib_entry* e = function_list; e->name; ++e)
+    if (strcmp(e->name, name) == 0) return reinterpret_cast<calib_func_t>(e->func);
+  return nullptr;
+}
+
+extern "C" calib_init_t calib_as_init(calib_func_t f) {
+  return reinterpret_cast<calib_init_t>(reinterpret_cast<calib_any_t>(f));
+}
+
+extern "C" calib_init_t init_function(const char* name) {
+  if (!name) return nullptr;
+  size_t len = strlen(name);
+  char* full = static_cast<char*>(malloc(len + sizeof "_init"));
+  if (!full) {
+    fputs("unable to allocate memory in init_function()\n", stdout);
+    exit(1);
+  }
+  memcpy(full, name, len);
+  memcpy(full + len, "_init", sizeof "_init");
+  calib_func_t f = calib_function(full);
+  free(full);
+  return f ? calib_as_init(f) : nullptr;
+}
+
+extern "C" CalibInfo* AllocCalibInfo(int nout, const char* version) {
+  if (nout < 0) nout = 0;
+  CalibInfo* info = static_cast<CalibInfo*>(malloc(sizeof(CalibInfo)));
+  if (!info) fail_alloc();
+  // One slot even for nout 0 so that the array is never a zero-size block.
+  info->units = static_cast<char**>(calloc(nout > 0 ? nout : 1, sizeof(char*)));
+  if (!info->units) fail_alloc();
+  info->version = copy_text(version);
+  info->paramString = nullptr;
+  info->iout = 0;
+  info->nout = nout;
+  return info;
+}
+
+extern "C" void FreeCalibInfo(CalibInfo* info) {
+  if (!info) return;
+  for (int i = 0; i < info->iout; ++i) free(info->units[i]);
+  free(info->units);
+  free(info->version);
+  free(info->paramString);
+  free(info);
+}
+
+extern "C" void CalibInfoAppendUnits(CalibInfo* info, const char* units) {
+  if (info->iout >= info->nout) return;
+  info->units[info->iout++] = copy_text(units);
+}
+
+extern "C" void CalibInfoSetUnits(CalibInfo* info, int n, ...) {
+  va_list ap;
+  va_start(ap, n);
+  for (int i = 0; i < n; ++i) {
+    const char* u = va_arg(ap, const char*);
+    if (i < info->nout) CalibInfoAppendUnits(info, u);
+  }
+  va_end(ap);
+}
+
+extern "C" void CalibInfoSetParamString(CalibInfo* info, const char* format, ...) {
+  char buf[512];
+  va_list ap;
+  va_start(ap, format);
+  vsnprintf(buf, sizeof buf, format, ap);
+  va_end(ap);
+  char* copy = copy_text(buf);
+  free(info->paramString);
+  info->paramString = copy;
+}

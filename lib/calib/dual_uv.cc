@@ -1,0 +1,22 @@
+// dual_uv: the mixing ratio of a dual-wavelength UV hygrometer, a 4-byte
+// float at byte 20 of its record.
+#include "calib_common.h"
+#include "conversions.h"
+#include "flop_convert.h"
+
+namespace {
+const char kVersion[] = "dual_uv 1.0";
+}
+
+extern "C" int dual_uv(double*, calib_input in, float* out, int) {
+  out[0] = flop_float(in.raw + 20);
+  return 0;
+}
+
+// No parameters.  Output in gr/kg.
+extern "C" CalibInfo* dual_uv_init(int, int, void**, int nparam, int nout) {
+  if (nparam != 0) calib_init_fail("dual_uv", "Invalid number of parameters, should be 0\n");
+  CalibInfo* info = AllocCalibInfo(nout, kVersion);
+  CalibInfoSetUnits(info, 1, "gr/kg");
+  return info;
+}

@@ -1,0 +1,79 @@
+// mode: the operating mode of an instrument (sampling, zero, span, flushing)
+// signalled as a voltage level.  Each mode has a voltage range and a settling
+// time: the output is the mode's number once the voltage has stayed in its
+// range for that time, and missing while a new mode settles or when no range
+// holds the voltage.
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <vector>
+
+#include "calib_common.h"
+#include "conversions.h"
+
+namespace {
+const char kVersion[] = "mode 1.0";
+struct Group {
+  float mode, lower, upper;
+  double settle;
+};
+struct Use {
+  std::vector<Group> groups;
+  int current;        // group in force, -1 for none
+  double entered;     // sample time at which the current group was entered
+};
+UseTable<Use> uses;
+}  // namespace
+
+extern "C" int mode(double* time, calib_input in, float* out, int ichan) {
+  Use& u = uses[ichan];
+  const float x = in.volts;
+  int g = 0;
+  const int ngroups = static_cast<int>(u.groups.size());
+  while (g < ngroups && !(u.groups[g].lower <= x && x <= u.groups[g].upper)) ++g;
+  if (g == ngroups) {
+    u.current = -1;
+    out[0] = CALIB_MISSING;
+    return 0;
+  }
+  if (g != u.current) {
+    u.current = g;
+    u.entered = *time;
+  }
+  out[0] = *time - u.entered >= u.groups[g].settle ? u.groups[g].mode : CALIB_MISSING;
+  return 0;
+}
+
+// Parameters, in groups of four [numbers]: mode number, lower and upper
+// voltage of its range, settling time in seconds.
+extern "C" CalibInfo* mode_init(int ichan, int nchan, void** params, int nparam, int nout) {
+  if (nparam <= 0 || nparam % 4 != 0) {
+    fprintf(stderr, "Illegal number of parameters(%d) to %s, should be multiple of 4\n", nparam, "mode");
+    exit(1);
+  }
+  const int ngroups = nparam / 4;
+  std::vector<Group> groups(static_cast<size_t>(ngroups));
+  char summary[512] = "";
+  size_t used = 0;
+  for (int i = 0; i < ngroups; ++i) {
+    Group& g = groups[i];
+    g.mode = static_cast<float>(calib_param_double(params, 4 * i));
+    g.lower = static_cast<float>(calib_param_double(params, 4 * i + 1));
+    g.upper = static_cast<float>(calib_param_double(params, 4 * i + 2));
+    g.settle = calib_param_double(params, 4 * i + 3);
+    if (used < sizeof summary) {
+      int n = snprintf(summary + used, sizeof summary - used, "%2d=(%4.1f,%4.1f)V (%6.2fs)  ",
+                       static_cast<int>(g.mode), g.lower, g.upper, g.settle);
+      if (n > 0) used += static_cast<size_t>(n);
+    }
+  }
+  CalibInfo* info = AllocCalibInfo(nout, kVersion);
+  CalibInfoSetUnits(info, 1, "");
+  CalibInfoSetParamString(info, "%s", summary);
+  if (nchan > 0) {
+    Use& u = uses.prepare("mode", ichan, nchan);
+    u.groups = std::move(groups);
+    u.current = -1;
+  }
+  return info;
+}

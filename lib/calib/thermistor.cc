@@ -1,0 +1,44 @@
+// thermistor: a thermistor in a divider read as volts, through the
+// Steinhart-Hart form 1/T = A0 + A1 L + A2 L^2 + A3 L^3 with L = ln(K/(1000 x) - 1).
+#include <math.h>
+
+#include "calib_common.h"
+#include "conversions.h"
+
+namespace {
+const char kVersion[] = "thermistor 1.0";
+struct Coefs {
+  float a0, a1, a2, a3, k;
+};
+UseTable<Coefs> coefs;
+}  // namespace
+
+extern "C" int thermistor(double*, calib_input in, float* out, int ichan) {
+  const Coefs& c = coefs[ichan];
+  const double y = c.k / (1000.0 * in.volts) - 1.0;
+  // A dead input (0 V) makes y infinite: no temperature, not 0 K.
+  if (!(y > 0.0) || !isfinite(y)) {
+    out[0] = CALIB_MISSING;
+    return 0;
+  }
+  const double l = log(y);
+  out[0] = static_cast<float>(1.0 / (c.a0 + c.a1 * l + c.a2 * l * l + c.a3 * l * l * l));
+  return 0;
+}
+
+// Parameters: A0, A1, A2, A3, K [numbers].  Output in degK.
+extern "C" CalibInfo* thermistor_init(int ichan, int nchan, void** params, int nparam, int nout) {
+  if (nparam != 5) calib_init_fail("thermistor", "Invalid number of parameters, should be 5\n");
+  Coefs c;
+  c.a0 = static_cast<float>(calib_param_double(params, 0));
+  c.a1 = static_cast<float>(calib_param_double(params, 1));
+  c.a2 = static_cast<float>(calib_param_double(params, 2));
+  c.a3 = static_cast<float>(calib_param_double(params, 3));
+  c.k = static_cast<float>(calib_param_double(params, 4));
+  CalibInfo* info = AllocCalibInfo(nout, kVersion);
+  CalibInfoSetUnits(info, 1, "degK");
+  CalibInfoSetParamString(info, "A0=%.4e, A1=%.4e, A2=%.4e, A3=%.4e, K=%.1f", c.a0, c.a1, c.a2, c.a3,
+                          c.k);
+  if (nchan > 0) coefs.prepare("thermistor", ichan, nchan) = c;
+  return info;
+}
