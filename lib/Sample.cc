@@ -154,6 +154,8 @@ void RawDataInput::openNextFile() { throw oru::EOFException(getName(), "RawDataI
 int RawDataInput::readBuffer() {
   if (interruptSet) interrupted();
   if (wbp == eob) return 0;
+  // An input past its last file has no descriptor: that is its end again.
+  if (fd < 0) openNextFile();
   ssize_t n;
   while ((n = ::read(fd, wbp, static_cast<size_t>(eob - wbp))) < 1) {
     if (interruptSet) interrupted();

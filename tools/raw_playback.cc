@@ -12,6 +12,7 @@
 // program's exit status.  See raw_playback.1.
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
 #include <signal.h>
 #include <stdio.h>
@@ -69,12 +70,34 @@ void sleepUntil(double when) {
 
 void sleepSeconds(double s) { sleepUntil(monotonicNow() + s); }
 
+// The program on the other end of a pseudo-terminal, and its status once
+// it has ended.
+pid_t child = 0;
+bool childEnded = false;
+int childStatus = 0;
+
+// True once the program has ended (it is reaped here).
+bool programEnded() {
+  if (child <= 0) return false;
+  if (!childEnded && waitpid(child, &childStatus, WNOHANG) == child) childEnded = true;
+  return childEnded;
+}
+
 // Writes everything, across partial writes; false (errno set) on failure.
+// A descriptor may be non-blocking: then a full line is waited for, and
+// given up (EPIPE) when the program reading it has ended.
 bool writeAll(int fd, const char* p, size_t n) {
   while (n > 0) {
     ssize_t k = write(fd, p, n);
     if (k < 0) {
       if (errno == EINTR && !RawDataInput::interruptSet) continue;
+      if (errno == EAGAIN) {
+        struct pollfd pfd = {fd, POLLOUT, 0};
+        if (poll(&pfd, 1, 200) < 0 && errno != EINTR) return false;
+        if (RawDataInput::interruptSet) return errno = EINTR, false;
+        if (programEnded()) return errno = EPIPE, false;
+        continue;
+      }
       return false;
     }
     p += k;
@@ -101,6 +124,14 @@ bool positiveNumber(const char* s, double* out) {
   if (errno != 0 || end == s || *end != '\0' || !(v >= 0)) return false;
   *out = v;
   return true;
+}
+
+void writeFailed(long count) {
+  if (childEnded)
+    fprintf(stderr, "raw_playback: the program ended before the line took all samples (%ld read from the files)\n",
+            count);
+  else
+    fprintf(stderr, "raw_playback: write: %s\n", strerror(errno));
 }
 
 // Plays the files onto fd; returns the number of samples written, or -1
@@ -152,7 +183,7 @@ long play(const Options& o, int fd) {
         out.clear();
       }
     }
-    fprintf(stderr, "raw_playback: write: %s\n", strerror(errno));
+    writeFailed(count);
     return -1;
   } catch (const oru::EOFException&) {
     // The end of the last file (or the end-of-data marker).
@@ -161,7 +192,7 @@ long play(const Options& o, int fd) {
     return -1;
   }
   if (!out.empty() && !writeAll(fd, out.data(), out.size())) {
-    fprintf(stderr, "raw_playback: write: %s\n", strerror(errno));
+    writeFailed(count);
     return -1;
   }
   return count;
@@ -171,7 +202,7 @@ long play(const Options& o, int fd) {
 // far as the line discipline tells), at most about limit seconds.
 void waitDrained(int slave, double limit) {
   int quiet = 0;
-  for (double waited = 0; waited < limit && quiet < 5; waited += 0.02) {
+  for (double waited = 0; waited < limit && quiet < 5 && !programEnded(); waited += 0.02) {
     int n = 0;
     if (ioctl(slave, FIONREAD, &n) != 0) return;
     quiet = n == 0 ? quiet + 1 : 0;
@@ -215,6 +246,7 @@ int playToProgram(const Options& o) {
 
   std::vector<std::string> args;
   for (const std::string& a : o.program) args.push_back(a == "%s" ? std::string(name) : a);
+  if (fcntl(master, F_SETFL, O_NONBLOCK) != 0) die("fcntl");
   pid_t pid = fork();
   if (pid < 0) die("fork");
   if (pid == 0) {
@@ -227,6 +259,7 @@ int playToProgram(const Options& o) {
     fprintf(stderr, "raw_playback: %s: %s\n", cargs[0], strerror(errno));
     _exit(127);
   }
+  child = pid;
   sleepSeconds(o.setupWait);
   const long n = play(o, master);
   waitDrained(slave, 30.0);
@@ -235,9 +268,11 @@ int playToProgram(const Options& o) {
   close(master);  // hangs the line up
   if (n >= 0) fprintf(stderr, "raw_playback: %ld samples played\n", n);
 
-  int status;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) die("waitpid");
+  int status = childStatus;
+  if (!childEnded) {
+    while (waitpid(pid, &status, 0) < 0) {
+      if (errno != EINTR) die("waitpid");
+    }
   }
   if (n < 0) return 1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);

@@ -108,6 +108,16 @@ TEST(Sampling, MissingEndOfMessageIsPrintedWithB) {
   EXPECT_NE(err.find(std::string("flux9 (via ") + name + ")"), std::string::npos) << err;
 }
 
+TEST(Sampling, PlaybackStopsWhenTheReaderEnds) {
+  std::vector<Record> samples(100000, Record{1000, 1, std::string(14, 'x')});
+  const std::string path = sample_test::writeScratch("unread.raw", bytesOf(samples));
+  const RunResult r = runProgram({RAW_PLAYBACK_BIN, "-n", "-w", "0", path, "--", "/bin/true"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("raw_playback: the program ended before the line took all samples"), std::string::npos)
+      << r.err;
+  EXPECT_EQ(runProgram({RAW_PLAYBACK_BIN, path}).status, 1) << "neither a device nor a program";
+}
+
 TEST(RawDump, MergesFilesInTimeOrderWithAbsoluteTimes) {
   const std::string a = sample_test::writeScratch(
       "dump_a.raw", bytesOf(std::vector<Record>{{43200000, 1, std::string("\x01\x00", 2)}, {43200300, 1, std::string("\x02\x00", 2)}}));
