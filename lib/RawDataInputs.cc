@@ -74,6 +74,8 @@ bool RawDataInputs::isPending(int i) const {
 // which they were read).  Inputs on _pending stay at the back: their times
 // are those of samples already handed out.
 void RawDataInputs::placeFirst(double t) {
+  // Still the earliest: nothing moves (always so with one input).
+  if (_ninputs < 2 || (t < _uts[_seq[1]] && _pending.empty())) return;
   const int i = _seq[0];
   int k = _ninputs - 1;
   while (k > 0 && (_uts[_seq[k]] > t || isPending(_seq[k]))) --k;
