@@ -83,10 +83,11 @@ void RawDataInputs::placeFirst(double t) {
   _seq[k] = i;
 }
 
-int RawDataInputs::readSample(int i, int pending) {
-  int r;
+// Input i's next sample into its slot.  An input that fails is removed and
+// the failure thrown on.
+inline int RawDataInputs::readInput(int i) {
   try {
-    r = _inputs[i]->readSample(_samples[i]);
+    return _inputs[i]->readSample(_samples[i]);
   } catch (const oru::EOFException& e) {
     removeInput(i);
     throw oru::EOFException(e);
@@ -97,6 +98,18 @@ int RawDataInputs::readSample(int i, int pending) {
     removeInput(i);
     throw oru::InterruptedException(e);
   }
+}
+
+// Input i, which had no sample to give, waits at the back until it has.
+void RawDataInputs::park(int i) {
+  if (std::find(_pending.begin(), _pending.end(), i) == _pending.end()) _pending.push_back(i);
+  const auto pos = std::find(_seq.begin(), _seq.end(), i) - _seq.begin();
+  for (auto k = pos; k + 1 < _ninputs; ++k) _seq[k] = _seq[k + 1];
+  _seq[_ninputs - 1] = i;
+}
+
+int RawDataInputs::readSample(int i, int pending) {
+  const int r = readInput(i);
   if (r == 1) {
     const double t = _inputs[i]->tt_to_secs(static_cast<long>(_samples[i]->tt));
     _uts[i] = t;
@@ -106,15 +119,35 @@ int RawDataInputs::readSample(int i, int pending) {
     }
     placeFirst(t);
   } else if (!pending) {
-    if (std::find(_pending.begin(), _pending.end(), i) == _pending.end()) _pending.push_back(i);
-    const auto pos = std::find(_seq.begin(), _seq.end(), i) - _seq.begin();
-    for (auto k = pos; k + 1 < _ninputs; ++k) _seq[k] = _seq[k + 1];
-    _seq[_ninputs - 1] = i;
+    park(i);
   }
   return r;
 }
 
 RawSample* RawDataInputs::getSample(double& t) {
+  if (_pending.empty() && _ninputs > 0) {
+    // The usual pass, without the detours below: the earliest sample goes
+    // out and its input reads the next one ahead.
+    const int i = _seq[0];
+    RawSample* next = _outsample;
+    _outsample = _samples[i];
+    _samples[i] = next;
+    t = _uts[i];
+    int r;
+    try {
+      r = readInput(i);
+    } catch (const oru::EOFException&) {
+      return _outsample;
+    }
+    if (r == 1) {
+      const double u = _inputs[i]->tt_to_secs(static_cast<long>(next->tt));
+      _uts[i] = u;
+      placeFirst(u);
+    } else {
+      park(i);
+    }
+    return _outsample;
+  }
   for (;;) {
     if (_ninputs == 0) throw oru::EOFException("all inputs", "getSample");
     try {

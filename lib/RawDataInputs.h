@@ -49,6 +49,8 @@ class RawDataInputs {
   int size() const { return _ninputs; }
 
  private:
+  int readInput(int i);
+  void park(int i);
   void moveToFront(int pos);
   void placeFirst(double t);
   bool isPending(int i) const;
