@@ -1,19 +1,15 @@
-// Fuzzes the time-tag guard with any row of tags after any start.
-//
-// Input: byte 0 chooses the input (live, standard input with a start time,
-// named file with a start time), bytes 1-4 the start's second of the day,
-// then 4-byte tags (milliseconds of the day, big-endian, as on the wire).
-// Checked: every accepted time is a UTC midnight plus the tag, within a
-// day of the previous accepted time or its start; and a tag repeated twelve
-// times in a row is believed at last.
+// The time-tag guard on any row of tags after any start.  Byte 0 chooses the
+// input (live, standard input or a named file, both with a start time),
+// bytes 1-4 the start's second of the day, then 4-byte wire-order tags.
+// Every accepted time must be a midnight plus its tag and within two days
+// of the previous one; a tag repeated twelve times must be believed at last.
+// Run with -close_fd_mask=2: the guard reports what it tosses.
 #include <arpa/inet.h>
 #include <math.h>
-#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <memory>
-#include <vector>
 
 #include "Sample.h"
 
@@ -29,21 +25,19 @@ class LiveInput : public RawDataInput {
   }
 };
 
-void check(long ms, double t, double* last) {
-  if (t == RawDataInput::BIGBANG) return;
-  if (!std::isfinite(t)) abort();
-  const double day = t - (ms % 86400000) / 1000.0;
-  if (fabs(day - floor(day / 86400.0 + 0.5) * 86400.0) > 1e-3) abort();
-  if (fabs(t - *last) > 2 * 86400.0) abort();
+bool accepted(RawDataInput& in, uint32_t tt, double* last) {
+  const double t = in.tt_to_secs(static_cast<long>(tt));
+  if (t == RawDataInput::BIGBANG) return false;
+  const double day = t - (ntohl(tt) % 86400000u) / 1000.0;
+  if (!std::isfinite(t) || fabs(day - floor(day / 86400.0 + 0.5) * 86400.0) > 1e-3 || fabs(t - *last) > 2 * 86400.0)
+    abort();
   *last = t;
+  return true;
 }
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  // Tags are milliseconds of the day: with no site to read, that is the
-  // type taken.  (Run with -close_fd_mask=2 to keep the guard's messages
-  // out of the fuzzer's report.)
-  unsetenv("HERON");
+  unsetenv("HERON");  // no site: tags are milliseconds of the day
   RawDataInput::tt_to_msecs(0);
   return 0;
 }
@@ -54,33 +48,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   memcpy(&sec, data + 1, 4);
   const double start = kStartDay + sec % 86400;
   std::unique_ptr<RawDataInput> in;
-  std::vector<char*> names;
-  switch (data[0] % 3) {
-    case 0: in.reset(new LiveInput(start)); break;
-    case 1:
-      names.push_back(const_cast<char*>("-"));
-      in.reset(new FilesRawDataInput(0, names, {start}));
-      break;
-    default:
-      names.push_back(const_cast<char*>("/dev/null"));
-      in.reset(new FilesRawDataInput(0, names, {start}));
-      break;
-  }
+  std::vector<char*> names{const_cast<char*>(data[0] % 3 == 1 ? "-" : "/dev/null")};
+  if (data[0] % 3 == 0)
+    in.reset(new LiveInput(start));
+  else
+    in.reset(new FilesRawDataInput(0, names, {start}));
   double last = start;
   uint32_t tt = htonl(43200000);
   for (size_t i = 5; i + 4 <= size; i += 4) {
     memcpy(&tt, data + i, 4);
-    check(static_cast<long>(ntohl(tt)), in->tt_to_secs(static_cast<long>(tt)), &last);
+    accepted(*in, tt, &last);
   }
-  uint32_t ms = ntohl(tt);
-  if (ms >= 86400000u) ms %= 86400000u;
-  tt = htonl(ms);
-  bool believed = false;
-  for (int k = 0; k < 12 && !believed; ++k) {
-    const double t = in->tt_to_secs(static_cast<long>(tt));
-    check(static_cast<long>(ms), t, &last);
-    believed = t != RawDataInput::BIGBANG;
-  }
-  if (!believed) abort();
+  tt = htonl(ntohl(tt) % 86400000u);
+  int k = 0;
+  while (!accepted(*in, tt, &last))
+    if (++k == 12) abort();
   return 0;
 }

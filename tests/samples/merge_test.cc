@@ -1,6 +1,6 @@
-// Merging inputs in time order: order and ties, inputs that end, tossed
-// time tags, inputs with nothing to read now, and a random property: all
-// samples of all files come out once, in time order.
+// Merging inputs in time order: ties, inputs that end (in the middle of the
+// index range too), tossed time tags, inputs with nothing to read now, and
+// the property that every sample of every file comes out once, in order.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -22,87 +22,60 @@ using sample_test::Record;
 const double kDay = UTime(0, 2026, 11, 21, 0, 0, 0.0f).val();
 const uint32_t kNoon = 12 * 3600000;
 
-// A file input of the given samples, starting at noon of kDay.
-RawDataInput* fileInput(const std::string& name, int index, const std::vector<Record>& samples) {
-  const std::string path = sample_test::writeScratch(name, bytesOf(samples));
-  std::vector<char*> names{const_cast<char*>(path.c_str())};
+// A file input of samples at noon plus the given milliseconds.
+RawDataInput* fileInput(int index, const std::vector<uint32_t>& ms) {
+  std::vector<Record> v;
+  for (uint32_t m : ms) v.push_back({kNoon + m, static_cast<uint8_t>(index), std::string(2, static_cast<char>(v.size()))});
+  std::string path = sample_test::writeScratch("m" + std::to_string(index) + ".raw", bytesOf(v));
+  std::vector<char*> names{&path[0]};
   return new FilesRawDataInput(index, names, {kDay + 43200});
 }
 
-struct Out {
-  int input;
-  uint32_t ms;
+// (input, milliseconds after noon, time) of everything the merge hands out.
+std::vector<std::tuple<int, uint32_t, double>> drain(RawDataInputs& m) {
+  std::vector<std::tuple<int, uint32_t, double>> out;
   double t;
-  bool operator==(const Out& o) const { return input == o.input && ms == o.ms && t == o.t; }
-};
-
-std::vector<Out> drain(RawDataInputs& m) {
-  std::vector<Out> out;
   try {
-    for (;;) {
-      double t;
-      RawSample* s = m.getSample(t);
-      if (s == nullptr) break;
-      out.push_back({s->ternIndex, static_cast<uint32_t>(s->Msecs()), t});
-    }
+    for (RawSample* s; (s = m.getSample(t)) != nullptr;)
+      out.emplace_back(s->ternIndex, static_cast<uint32_t>(s->Msecs()) - kNoon, t);
   } catch (const oru::EOFException& e) {
     EXPECT_EQ(e.toString(), "EOFException: all inputs: getSample: ");
+    EXPECT_THROW(m.getSample(t), oru::EOFException);  // for good
   }
   return out;
 }
 
-std::vector<uint32_t> msOf(const std::vector<Out>& v) {
-  std::vector<uint32_t> ms;
-  for (const Out& o : v) ms.push_back(o.ms - kNoon);
-  return ms;
+std::vector<std::pair<int, uint32_t>> order(const std::vector<std::tuple<int, uint32_t, double>>& v) {
+  std::vector<std::pair<int, uint32_t>> o;
+  for (const auto& e : v) o.emplace_back(std::get<0>(e), std::get<1>(e));
+  return o;
 }
 
-TEST(Merge, TimeOrderAcrossInputs) {
+TEST(Merge, TimeOrderTiesAndEndingInputs) {
   RawDataInputs m;
-  m.addInput(fileInput("a.raw", 0, {{kNoon + 1, 1, ""}, {kNoon + 3, 1, ""}}));
-  m.addInput(fileInput("b.raw", 1, {{kNoon + 2, 2, ""}, {kNoon + 4, 2, ""}}));
-  const std::vector<Out> out = drain(m);
-  EXPECT_EQ(msOf(out), (std::vector<uint32_t>{1, 2, 3, 4}));
-  EXPECT_EQ(out[1].input, 1);
-  EXPECT_DOUBLE_EQ(out[0].t, kDay + 43200.001);
-  // Ended for good: every later call says so.
-  double t;
-  EXPECT_THROW(m.getSample(t), oru::EOFException);
-  EXPECT_THROW(m.getSample(t), oru::EOFException);
-}
-
-TEST(Merge, EqualTimesGoOutInTheOrderTheyWereReadAhead) {
-  RawDataInputs m;
-  m.addInput(fileInput("a.raw", 0, {{kNoon + 5, 1, ""}, {kNoon + 7, 1, ""}}));
-  m.addInput(fileInput("b.raw", 1, {{kNoon + 5, 2, ""}, {kNoon + 6, 2, ""}}));
-  const std::vector<Out> out = drain(m);
-  ASSERT_EQ(out.size(), 4u);
-  EXPECT_EQ((std::vector<int>{out[0].input, out[1].input, out[2].input, out[3].input}),
-            (std::vector<int>{0, 1, 1, 0}));
-}
-
-TEST(Merge, InputsThatEndLeaveTheOthersGoing) {
-  // The middle input ends first, then the first: the indices of those
-  // behind them move down and the merge stays right.
-  RawDataInputs m;
-  m.addInput(fileInput("a.raw", 0, {{kNoon + 10, 1, ""}, {kNoon + 40, 1, ""}}));
-  m.addInput(fileInput("b.raw", 1, {{kNoon + 20, 2, ""}}));
-  m.addInput(fileInput("c.raw", 2, {{kNoon + 15, 3, ""}, {kNoon + 30, 3, ""}, {kNoon + 50, 3, ""}, {kNoon + 60, 3, ""}}));
-  m.addInput(fileInput("empty.raw", 3, {}));
+  m.addInput(fileInput(0, {1, 3, 5, 40}));
+  m.addInput(fileInput(1, {2, 5}));  // ends first, from the middle of the index range
+  m.addInput(fileInput(2, {4, 30, 50}));
+  m.addInput(fileInput(3, {}));  // nothing at all: dropped at once
   EXPECT_EQ(m.size(), 3);
-  const std::vector<Out> out = drain(m);
-  EXPECT_EQ(msOf(out), (std::vector<uint32_t>{10, 15, 20, 30, 40, 50, 60}));
+  const auto out = drain(m);
+  // Equal times go out in the order they were read ahead: input 1's 5
+  // was read when its 2 went out, input 0's only when its 3 did.
+  EXPECT_EQ(order(out), (std::vector<std::pair<int, uint32_t>>{
+                            {0, 1}, {1, 2}, {0, 3}, {2, 4}, {1, 5}, {0, 5}, {2, 30}, {0, 40}, {2, 50}}));
+  EXPECT_DOUBLE_EQ(std::get<2>(out[0]), kDay + 43200.001);
   EXPECT_EQ(m.size(), 0);
 }
 
 TEST(Merge, TossedTagGoesOutAtOnce) {
   RawDataInputs m;
-  m.addInput(fileInput("a.raw", 0, {{kNoon, 1, ""}, {kNoon + 1000, 1, ""}, {kNoon + 3 * 3600000, 1, ""}, {kNoon + 1500, 1, ""}}));
-  m.addInput(fileInput("b.raw", 1, {{kNoon + 500, 2, ""}, {kNoon + 1200, 2, ""}, {kNoon + 1400, 2, ""}}));
-  const std::vector<Out> out = drain(m);
+  m.addInput(fileInput(0, {0, 1000, 3 * 3600000, 1500}));
+  m.addInput(fileInput(1, {500, 1200, 1400}));
+  const auto out = drain(m);
   ASSERT_EQ(out.size(), 7u);
-  EXPECT_EQ(msOf(out), (std::vector<uint32_t>{0, 500, 1000, 3 * 3600000, 1200, 1400, 1500}));
-  EXPECT_EQ(out[3].t, RawDataInput::BIGBANG);
+  EXPECT_EQ(std::get<1>(out[3]), 3u * 3600000);
+  EXPECT_EQ(std::get<2>(out[3]), RawDataInput::BIGBANG);
+  EXPECT_EQ(std::get<1>(out[4]), 1200u);
 }
 
 TEST(Merge, InputWithNothingNowWaitsAndLosesNothing) {
@@ -114,19 +87,15 @@ TEST(Merge, InputWithNothingNowWaitsAndLosesNothing) {
   m.addInput(live);
   double t;
   EXPECT_EQ(m.getSample(t), nullptr);
+  // A sample without its end-of-message byte is given up with the one
+  // after it; nothing else is lost.
   const uint32_t now = static_cast<uint32_t>(UTime::Msecs(static_cast<double>(time(nullptr))));
-  // A good sample, one without its end-of-message byte (given up with the
-  // one after it), and two good ones.
   const std::string bytes = bytesOf(Record{now, 1, "ab"}, true) + bytesOf(Record{now + 1, 2, "cd"}) +
                             bytesOf(Record{now + 2, 4, "ef"}, true) + bytesOf(Record{now + 4, 5, "gh"}, true) +
                             bytesOf(Record{now + 5, 6, "ij"}, true);
   ASSERT_EQ(write(fds[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   std::vector<int> chans;
-  RawSample* s;
-  while ((s = m.getSample(t)) != nullptr) {
-    EXPECT_EQ(s->ternIndex, 7);
-    chans.push_back(s->chan);
-  }
+  for (RawSample* s; (s = m.getSample(t)) != nullptr;) chans.push_back(s->chan);
   EXPECT_EQ(chans, (std::vector<int>{1, 5, 6}));
   close(fds[1]);
   close(fds[0]);
@@ -135,49 +104,20 @@ TEST(Merge, InputWithNothingNowWaitsAndLosesNothing) {
 TEST(Merge, RandomFilesComeOutWholeAndInTimeOrder) {
   for (int round = 1; round <= 12; ++round) {
     std::mt19937 rng(round);
-    const int ninputs = 1 + static_cast<int>(rng() % 16);
     RawDataInputs m;
-    std::vector<std::tuple<uint32_t, int, int>> want;  // ms, input, sequence in input
-    for (int i = 0; i < ninputs; ++i) {
-      std::vector<Record> v;
-      uint32_t ms = kNoon;
-      const int n = static_cast<int>(rng() % 200);
-      for (int k = 0; k < n; ++k) {
-        ms += rng() % 30;  // ties within and across inputs
-        Record s{ms, static_cast<uint8_t>(i), std::string(reinterpret_cast<char*>(&k), 2)};
-        v.push_back(s);
-        want.emplace_back(ms, i, k);
-      }
-      m.addInput(fileInput("r" + std::to_string(i) + ".raw", i, v));
+    std::vector<std::pair<int, uint32_t>> want;
+    for (int i = 0, n = 1 + static_cast<int>(rng() % 16); i < n; ++i) {
+      std::vector<uint32_t> ms(rng() % 200);
+      for (size_t k = 0; k < ms.size(); ++k) want.emplace_back(i, ms[k] = (k ? ms[k - 1] : 0) + rng() % 30);
+      m.addInput(fileInput(i, ms));
     }
-    std::vector<std::tuple<uint32_t, int, int>> got;
-    double last = -1;
-    try {
-      for (;;) {
-        double t;
-        RawSample* s = m.getSample(t);
-        ASSERT_NE(s, nullptr);
-        ASSERT_GE(t, last);
-        last = t;
-        int16_t k;
-        memcpy(&k, static_cast<const char*>(s->data), 2);
-        got.emplace_back(static_cast<uint32_t>(s->Msecs()), s->ternIndex, k);
-      }
-    } catch (const oru::EOFException&) {
-    }
-    std::sort(want.begin(), want.end());
+    const auto out = drain(m);
+    for (size_t k = 1; k < out.size(); ++k) ASSERT_LE(std::get<2>(out[k - 1]), std::get<2>(out[k]));
+    auto got = order(out);
     std::sort(got.begin(), got.end());
+    std::sort(want.begin(), want.end());
     ASSERT_EQ(got, want) << "start value " << round;
   }
-}
-
-TEST(Merge, SearchSkipsToTheTime) {
-  std::vector<Record> v;
-  for (uint32_t k = 0; k < 10; ++k) v.push_back({kNoon + 100 * k, 1, ""});
-  std::unique_ptr<RawDataInput> in(fileInput("search.raw", 0, v));
-  RawSample s;
-  ASSERT_EQ(in->search(kDay + 43200.45, &s), 1);
-  EXPECT_EQ(static_cast<uint32_t>(s.Msecs()), kNoon + 500);
 }
 
 }  // namespace

@@ -30,17 +30,15 @@ inline std::string bytesOf(const Record& s, bool eom = false) {
   return b;
 }
 
-inline std::string bytesOf(const std::vector<Record>& v, bool eom = false) {
+inline std::string bytesOf(const std::vector<Record>& v) {
   std::string b;
-  for (const Record& s : v) b += bytesOf(s, eom);
+  for (const Record& s : v) b += bytesOf(s);
   return b;
 }
 
-// A file in a scratch directory removed with the test program's site.
+// Writes a file in the scratch site ($HERON, whose channel table says
+// msecs), which goes when the test program ends; returns its path.
 std::string writeScratch(const std::string& name, const std::string& bytes);
-
-// The scratch site's root ($HERON); its channel table says msecs.
-const std::string& siteRoot();
 
 }  // namespace sample_test
 

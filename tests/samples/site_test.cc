@@ -32,8 +32,6 @@ class ScratchSite : public ::testing::Environment {
 ::testing::Environment* const site = ::testing::AddGlobalTestEnvironment(new ScratchSite);
 }  // namespace
 
-const std::string& siteRoot() { return root; }
-
 std::string writeScratch(const std::string& name, const std::string& bytes) {
   const std::string path = root + "/" + name;
   std::ofstream(path, std::ios::binary) << bytes;
