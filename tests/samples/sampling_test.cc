@@ -2,9 +2,10 @@
 // raw_playback or by the test itself; raw_playback's own ending; raw_dump.
 #include <gtest/gtest.h>
 #include <pty.h>
-#include <termios.h>
+#include <string.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,7 +23,11 @@ using sample_test::Record;
 std::string lineOf(const Record& s, const char* prefix = "  ") {
   std::ostringstream os;
   os << prefix << s.ms << ' ' << static_cast<int>(s.chan) << ' ' << s.data.size();
-  for (size_t i = 0; i + 1 < s.data.size(); i += 2) os << ' ' << static_cast<int16_t>((s.data[i + 1] << 8) | (s.data[i] & 0xff));
+  for (size_t i = 0; i + 1 < s.data.size(); i += 2) {
+    int16_t w;
+    memcpy(&w, s.data.data() + i, 2);
+    os << ' ' << w;
+  }
   return os.str() + "\n";
 }
 
