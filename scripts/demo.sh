@@ -2,13 +2,13 @@
 # Builds serial_ingest and shows it at work without hardware: the example
 # site's raw data are played, as an acquisition module's fast output, into a
 # pseudo-terminal on which serial_ingest samples; then the site's archive
-# is dumped in time order, and an instrument's text stream is dumped in
-# hexadecimal.
+# is dumped in time order, and the start of the gas analyser's stream is
+# shown as the hexadecimal and octal debugging dumps see it on the line.
 set -eu
 cd "$(dirname "$0")/.."
 sh scripts/install-deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j "$(nproc)" --target serial_ingest raw_playback raw_dump ptyfeed
+cmake --build build -j "$(nproc)" --target serial_ingest raw_playback raw_dump
 HERON=$(pwd)/examples/site
 PROJECT=demo
 OPS=ops1
@@ -24,7 +24,12 @@ echo
 echo "== raw_dump of both modules' archives, merged in time order (first 16 lines)"
 build/tools/raw_dump -D "2026 11 21" "$raw"/*.raw 2>/dev/null | sed -n '1,16p'
 echo
-stream=examples/streams/sonic_ascii.txt
-echo "== serial_ingest -H on a pseudo-terminal fed with $stream"
-build/ingest/ptyfeed "$stream" build/ingest/serial_ingest -B 9600 -L -H -d %s || true
-echo
+# The first 300 bytes of a file: a dozen samples with their end-of-message bytes.
+head -c 300 "$raw/tern2_20261121_120000.raw" >build/demo-head.raw
+for mode in -H -O; do
+  echo "== serial_ingest $mode on a pseudo-terminal fed with the first 300 bytes of"
+  echo "   $raw/tern2_20261121_120000.raw (the dump ends when the line hangs up)"
+  build/tools/raw_playback -n build/demo-head.raw -- build/ingest/serial_ingest -L "$mode" -d %s 2>/dev/null || true
+  echo
+  echo
+done
