@@ -41,6 +41,18 @@ class DataArray {
     setCounts(bytes);
   }
 
+  // Makes the array a copy of the n bytes at p by copying a block of
+  // `block` bytes (all of which must be readable at p), when n <= block and
+  // the storage already holds a block.  Returns false, having changed
+  // nothing, otherwise.  For short copies with a constant block size: one
+  // fixed-size copy, no test of the length beyond the one here.
+  bool copyBlock(const void* p, int n, int block) {
+    if (n > block || block > nalloc) return false;
+    memcpy(data, p, static_cast<size_t>(block));
+    setCounts(n);
+    return true;
+  }
+
   // Room for at least n elements; the contents and counts are kept.
   void expand(int n) { reserveBytes(bytesOf(n), true); }
 
@@ -89,7 +101,11 @@ class DataArray {
 
   // Grows the storage to hold bytes, keeping the contents when asked.
   void reserveBytes(int bytes, bool keep) {
-    if (bytes <= nalloc) return;
+    if (bytes > nalloc) grow(bytes, keep);
+  }
+  // Out of line: storage is reused far more often than it grows, and the
+  // callers' usual path stays short.
+  __attribute__((noinline)) void grow(int bytes, bool keep) {
     if (bytes > INT_MAX - 7) throw std::bad_alloc();
     const int units = numDouble(bytes);
     // Raw storage from operator new is aligned for every typed view.

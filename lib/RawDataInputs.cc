@@ -17,12 +17,14 @@ void RawDataInputs::addInput(RawDataInput* in) {
   try {
     s = new RawSample;
     _inputs.push_back(in);
+    _files.push_back(dynamic_cast<FilesRawDataInput*>(in));
     _samples.push_back(s);
     _uts.push_back(1e-37);
     _seq.insert(_seq.begin(), _ninputs);
   } catch (...) {
     // Leave the merger as it was and the input with nobody: delete it.
     _inputs.resize(static_cast<size_t>(_ninputs));
+    _files.resize(static_cast<size_t>(_ninputs));
     _samples.resize(static_cast<size_t>(_ninputs));
     _uts.resize(static_cast<size_t>(_ninputs));
     if (_seq.size() > static_cast<size_t>(_ninputs)) _seq.erase(_seq.begin());
@@ -46,6 +48,7 @@ void RawDataInputs::removeInput(int i) {
   delete _inputs[i];
   delete _samples[i];
   _inputs.erase(_inputs.begin() + i);
+  _files.erase(_files.begin() + i);
   _samples.erase(_samples.begin() + i);
   _uts.erase(_uts.begin() + i);
   --_ninputs;
@@ -87,6 +90,8 @@ void RawDataInputs::placeFirst(double t) {
 // the failure thrown on.
 inline int RawDataInputs::readInput(int i) {
   try {
+    // A file input's class is final: a direct call.
+    if (FilesRawDataInput* const f = _files[i]) return f->readSample(_samples[i]);
     return _inputs[i]->readSample(_samples[i]);
   } catch (const oru::EOFException& e) {
     removeInput(i);
@@ -124,30 +129,9 @@ int RawDataInputs::readSample(int i, int pending) {
   return r;
 }
 
-RawSample* RawDataInputs::getSample(double& t) {
-  if (_pending.empty() && _ninputs > 0) {
-    // The usual pass, without the detours below: the earliest sample goes
-    // out and its input reads the next one ahead.
-    const int i = _seq[0];
-    RawSample* next = _outsample;
-    _outsample = _samples[i];
-    _samples[i] = next;
-    t = _uts[i];
-    int r;
-    try {
-      r = readInput(i);
-    } catch (const oru::EOFException&) {
-      return _outsample;
-    }
-    if (r == 1) {
-      const double u = _inputs[i]->tt_to_secs(static_cast<long>(next->tt));
-      _uts[i] = u;
-      placeFirst(u);
-    } else {
-      park(i);
-    }
-    return _outsample;
-  }
+// Everything getSample does not do inline: pending inputs, inputs that
+// are not files, refilling a buffer, and the ends of inputs.
+RawSample* RawDataInputs::fullPass(double& t) {
   for (;;) {
     if (_ninputs == 0) throw oru::EOFException("all inputs", "getSample");
     try {

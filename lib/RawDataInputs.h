@@ -35,7 +35,37 @@ class RawDataInputs {
   // The next sample in time order and, in t, its time.  The sample stays
   // owned by the merger and is valid until the next call.  Null only when
   // every remaining input is non-blocking and has no data now.
-  RawSample* getSample(double& t);
+  RawSample* getSample(double& t) {
+    // The usual pass, inline: nothing is pending, the earliest input is a
+    // file input and its next sample comes the usual way (takeUsual).
+    // Anything else takes the full pass, which starts afresh.
+    if (_pending.empty() && _ninputs > 0) {
+      const int i = _seq[0];
+      FilesRawDataInput* const f = _files[i];
+      RawSample* const next = _outsample;
+      double u;
+      if (f != nullptr && f->takeUsual(next, u)) {
+        RawSample* const out = _samples[i];
+        _samples[i] = next;
+        _outsample = out;
+        t = _uts[i];
+        _uts[i] = u;
+        // Behind every waiting input whose time is not greater, so that
+        // equal times go out in the order they were read.  The search
+        // stops at position 1 at the latest.
+        int* const seq = _seq.data();
+        const double* const uts = _uts.data();
+        if (_ninputs > 1 && !(u < uts[seq[1]])) {
+          int k = _ninputs - 1;
+          while (uts[seq[k]] > u) --k;
+          for (int m = 0; m < k; ++m) seq[m] = seq[m + 1];
+          seq[k] = i;
+        }
+        return out;
+      }
+    }
+    return fullPass(t);
+  }
 
   // Reads the next sample of input i into its read-ahead slot and puts i
   // in its place in the time order (i stands first, or anywhere when
@@ -49,6 +79,7 @@ class RawDataInputs {
   int size() const { return _ninputs; }
 
  private:
+  RawSample* fullPass(double& t);
   int readInput(int i);
   void park(int i);
   void moveToFront(int pos);
@@ -56,6 +87,9 @@ class RawDataInputs {
   bool isPending(int i) const;
 
   std::vector<RawDataInput*> _inputs;
+  // Per input, the same input when it is a file input, else null: file
+  // inputs are read inline in the usual case (FilesRawDataInput::takeUsual).
+  std::vector<FilesRawDataInput*> _files;
   // Per input, the sample read ahead.
   std::vector<RawSample*> _samples;
   // The sample last handed out.  It is exchanged with the read-ahead slot

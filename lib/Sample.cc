@@ -31,6 +31,16 @@ void RawSample::Write(FILE* fp) const {
     throw oru::IOException("output file", "write", errno);
 }
 
+// The first short copy into fresh storage, and every long one.
+void RawSample::takeLongData(const char* p, int n) {
+  if (n <= quickLen) {
+    data.expand(quickLen);
+    takeData(p, n);
+  } else {
+    data.copyFrom(p, n);
+  }
+}
+
 namespace {
 // Decimal text of v at p; returns the position after it.
 char* putInt(char* p, long v) {
@@ -123,7 +133,9 @@ RawDataInput::RawDataInput(int fd_, int ternIndex_, int bufsize)
   for (int sig : sigs)
     if (sigaction(sig, &act, nullptr) != 0) logit(3, "RawDataInput: sigaction(%d): %m", sig);
 
-  inputBuffer = new char[static_cast<size_t>(bufsize)];
+  // The bytes past the end let a sample's data be copied as one block of
+  // RawSample::quickLen bytes however short it is (RawSample::takeData).
+  inputBuffer = new char[static_cast<size_t>(bufsize) + RawSample::quickLen]();
   rbp = wbp = inputBuffer;
   eob = inputBuffer + bufsize;
   mob = inputBuffer + bufsize / 2;
@@ -191,7 +203,7 @@ int RawDataInput::nextSample(RawSample* samp) {
   memcpy(&samp->tt, rbp, 4);
   samp->chan = static_cast<unsigned char>(rbp[4]);
   samp->len = static_cast<unsigned char>(len);
-  samp->data.copyFrom(rbp + RawSample::headLen, len);
+  samp->takeData(rbp + RawSample::headLen, len);
   samp->ternIndex = ternIndex;
   rbp += RawSample::headLen + len;
 

@@ -21,6 +21,7 @@
 
 #include <stdint.h>
 #include <stdio.h>
+#include <string.h>
 
 #include <ostream>
 #include <signal.h>
@@ -40,6 +41,8 @@ struct ingest_connect;
 class RawSample {
  public:
   static const int headLen = 6;
+  // Data of up to this many bytes are copied as one fixed-width block.
+  static const int quickLen = 32;
   // Longest text that format() writes, terminating NUL included.
   static const int maxTextLen = 16 + 4 + 4 + 128 * 7 + 1;
 
@@ -49,6 +52,14 @@ class RawSample {
   int size() const { return data.getNbytes(); }
   // The time tag in milliseconds of the day, by the site's tag type.
   int Msecs() const { return TTConv::Msecs(static_cast<long>(tt)); }
+
+  // Makes the data a copy of the n bytes at p.  Short data are copied as a
+  // block of quickLen bytes, so that many bytes at p must be readable
+  // whatever n is; the storage grows to quickLen on the first such copy and
+  // is reused from then on.
+  void takeData(const char* p, int n) {
+    if (!data.copyBlock(p, n, quickLen)) takeLongData(p, n);
+  }
 
   // Header as held (time tag stays big-endian), then the data bytes.
   // Throws oru::IOException("output file", "write", errno).
@@ -60,6 +71,10 @@ class RawSample {
   // bytes), NUL-terminated; returns the length.
   int format(char* buf) const;
 
+ private:
+  void takeLongData(const char* p, int n);
+
+ public:
   TIMETAG tt;
   CHAN_T chan;
   SAMPLE_N len;
@@ -130,18 +145,9 @@ class RawDataInput {
   // must be dropped: impossible tags, and tags too far from the last
   // accepted one until enough of them in a row make them believable.
   double tt_to_secs(long tt) {
-    // The usual case, kept inline: a tag not earlier than the last one and
-    // less than two hours after it.
     const long ms = tt_to_msecs(tt);
-    if (ms >= lastTT && ms < 86400000L) {
-      const double t = t0day + ms * 0.001;
-      if (t < lastUT + GT_LIMIT_SEC) {
-        n_lt = n_gt = n_lt_warn = firstInFile = 0;
-        lastTT = ms;
-        lastUT = t;
-        return t;
-      }
-    }
+    double t;
+    if (isUsual(ms, t)) return acceptUsual(ms, t);
     return guardedSecs(ms);
   }
   static long tt_to_msecs(long tt) { return TTConv::Msecs(tt); }
@@ -151,6 +157,23 @@ class RawDataInput {
   static void sighandler(int sig);
 
  protected:
+  // The usual case of the guard, kept inline: whether a tag (in
+  // milliseconds of the day) is not earlier than the last accepted one and
+  // less than two hours after it; t is then its time.  Every other tag is
+  // left to guardedSecs.
+  bool isUsual(long ms, double& t) const {
+    if (ms < lastTT || ms >= 86400000L) return false;
+    t = t0day + ms * 0.001;
+    return t < lastUT + GT_LIMIT_SEC;
+  }
+  // Accepts such a tag; returns t.
+  double acceptUsual(long ms, double t) {
+    n_lt = n_gt = n_lt_warn = firstInFile = 0;
+    lastTT = ms;
+    lastUT = t;
+    return t;
+  }
+
   int fd;
   int ternIndex;
   std::string name;
@@ -188,7 +211,10 @@ class RawDataInput {
 // within a couple of hours), used to tell the day of its time tags; files
 // beyond the list of times carry on from the time state the previous file
 // left.  At least one time is required.
-class FilesRawDataInput : public RawDataInput {
+//
+// The class is final, so that takeUsual, which knows how these inputs
+// frame their samples, is never used for a class that frames otherwise.
+class FilesRawDataInput final : public RawDataInput {
  public:
   // Opens the first file.  Throws oru::IOException when it cannot be
   // opened, oru::EOFException when there are no names, and oru::Exception
@@ -199,6 +225,37 @@ class FilesRawDataInput : public RawDataInput {
   void openNextFile() override;
   int checkForMidnightRollover() const override { return 0; }
   void setNonBlocking(int) override {}
+
+  // readSample and tt_to_secs in one, for the usual case of an archive,
+  // inline and without a call: the next sample is whole in the buffer, its
+  // data fit RawSample::takeData's block copy into storage samp already
+  // has, and the guard accepts its time tag as it comes (not earlier than
+  // the last one, less than two hours later).  Returns true with the
+  // sample in samp and its time in t.  Anything else returns false having
+  // changed nothing; the caller then reads through readSample and
+  // tt_to_secs, which reach the same result the long way.
+  bool takeUsual(RawSample* samp, double& t) {
+    char* const p = rbp;
+    // The length byte may be read before six bytes are known to be there:
+    // the buffer has room past its end, and a length read from stale bytes
+    // is never used, since it makes the sample longer than what is there.
+    // A file has no end-of-message bytes; the end-of-data marker is longer
+    // than a block copy and takes the long way.
+    const int len = static_cast<unsigned char>(p[5]);
+    const long whole = RawSample::headLen + len;
+    if (wbp - p < whole || TTConv::type() == unknown) return false;
+    TIMETAG tt;
+    memcpy(&tt, p, 4);
+    const long ms = tt_to_msecs(static_cast<long>(tt));
+    if (!isUsual(ms, t) || !samp->data.copyBlock(p + RawSample::headLen, len, RawSample::quickLen)) return false;
+    acceptUsual(ms, t);
+    samp->tt = tt;
+    samp->chan = static_cast<CHAN_T>(p[4]);
+    samp->len = static_cast<SAMPLE_N>(len);
+    samp->ternIndex = ternIndex;
+    rbp = p + whole;
+    return true;
+  }
 
  private:
   void closeCurrent();
