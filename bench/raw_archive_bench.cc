@@ -38,7 +38,8 @@ std::string fileName(int ninputs, int k) {
   return scratch + "/in" + std::to_string(ninputs) + "_" + std::to_string(k) + ".raw";
 }
 
-// One input's file: samples at 0.8 ms steps from 01:00, in 14-byte records.
+// One input's file: samples at 0.8 ms steps from 01:00, each with 14 data
+// bytes.
 void writeFile(const std::string& path, long bytes) {
   FILE* f = fopen(path.c_str(), "wb");
   if (f == nullptr) {

@@ -41,6 +41,16 @@ void RawDataInputs::addInput(RawDataInput* in) {
   } catch (const oru::EOFException&) {
     // Already removed: an input without samples adds nothing.
   }
+  setFront();
+}
+
+void RawDataInputs::setFront() {
+  if (_pending.empty() && _ninputs > 0) {
+    _frontIndex = _seq[0];
+    _front = _files[_frontIndex];
+  } else {
+    _front = nullptr;
+  }
 }
 
 void RawDataInputs::removeInput(int i) {
@@ -59,6 +69,7 @@ void RawDataInputs::removeInput(int i) {
     if (k > i) --k;
   for (int& k : _pending)
     if (k > i) --k;
+  setFront();
 }
 
 // _seq[pos] goes to the front; the entries before it move back one place.
@@ -126,6 +137,7 @@ int RawDataInputs::readSample(int i, int pending) {
   } else if (!pending) {
     park(i);
   }
+  setFront();
   return r;
 }
 
@@ -148,7 +160,10 @@ RawSample* RawDataInputs::fullPass(double& t) {
       }
       if (_ninputs == 0) continue;
       // Every input left is waiting for data that is not there yet.
-      if (static_cast<int>(_pending.size()) == _ninputs) return nullptr;
+      if (static_cast<int>(_pending.size()) == _ninputs) {
+        setFront();
+        return nullptr;
+      }
 
       const int i = _seq[0];
       std::swap(_outsample, _samples[i]);
@@ -159,6 +174,7 @@ RawSample* RawDataInputs::fullPass(double& t) {
         readSample(i, 0);
       } catch (const oru::EOFException&) {
       }
+      setFront();
       return _outsample;
     } catch (const oru::EOFException&) {
       // An input that ended has been removed; go on with the rest (the next

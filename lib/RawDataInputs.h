@@ -19,7 +19,7 @@
 
 class RawDataInputs {
  public:
-  RawDataInputs() : _outsample(new RawSample), _ninputs(0) {}
+  RawDataInputs() : _front(nullptr), _frontIndex(0), _outsample(new RawSample), _ninputs(0) {}
   // Deletes every input and sample.
   ~RawDataInputs();
 
@@ -39,12 +39,12 @@ class RawDataInputs {
     // The usual pass, inline: nothing is pending, the earliest input is a
     // file input and its next sample comes the usual way (takeUsual).
     // Anything else takes the full pass, which starts afresh.
-    if (_pending.empty() && _ninputs > 0) {
-      const int i = _seq[0];
-      FilesRawDataInput* const f = _files[i];
+    FilesRawDataInput* const f = _front;
+    if (f != nullptr) {
       RawSample* const next = _outsample;
       double u;
-      if (f != nullptr && f->takeUsual(next, u)) {
+      if (f->takeUsual(next, u)) {
+        const int i = _frontIndex;
         RawSample* const out = _samples[i];
         _samples[i] = next;
         _outsample = out;
@@ -60,6 +60,8 @@ class RawDataInputs {
           while (uts[seq[k]] > u) --k;
           for (int m = 0; m < k; ++m) seq[m] = seq[m + 1];
           seq[k] = i;
+          _frontIndex = seq[0];
+          _front = _files[seq[0]];
         }
         return out;
       }
@@ -80,6 +82,7 @@ class RawDataInputs {
 
  private:
   RawSample* fullPass(double& t);
+  void setFront();
   int readInput(int i);
   void park(int i);
   void moveToFront(int pos);
@@ -90,6 +93,11 @@ class RawDataInputs {
   // Per input, the same input when it is a file input, else null: file
   // inputs are read inline in the usual case (FilesRawDataInput::takeUsual).
   std::vector<FilesRawDataInput*> _files;
+  // The input whose sample goes out next when the inline pass can take it
+  // (nothing is pending and it is a file input), else null; _frontIndex is
+  // its index.  Set anew by every change of the order (setFront).
+  FilesRawDataInput* _front;
+  int _frontIndex;
   // Per input, the sample read ahead.
   std::vector<RawSample*> _samples;
   // The sample last handed out.  It is exchanged with the read-ahead slot

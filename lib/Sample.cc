@@ -134,8 +134,11 @@ RawDataInput::RawDataInput(int fd_, int ternIndex_, int bufsize)
     if (sigaction(sig, &act, nullptr) != 0) logit(3, "RawDataInput: sigaction(%d): %m", sig);
 
   // The bytes past the end let a sample's data be copied as one block of
-  // RawSample::quickLen bytes however short it is (RawSample::takeData).
-  inputBuffer = new char[static_cast<size_t>(bufsize) + RawSample::quickLen]();
+  // RawSample::quickLen bytes however short it is (RawSample::takeData),
+  // and the end of a sample be computed from its length byte before the
+  // bytes are known to be there (FilesRawDataInput::takeUsual): both stay
+  // within the allocation.
+  inputBuffer = new char[static_cast<size_t>(bufsize) + RawSample::headLen + 255]();
   rbp = wbp = inputBuffer;
   eob = inputBuffer + bufsize;
   mob = inputBuffer + bufsize / 2;

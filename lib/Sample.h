@@ -71,15 +71,14 @@ class RawSample {
   // bytes), NUL-terminated; returns the length.
   int format(char* buf) const;
 
- private:
-  void takeLongData(const char* p, int n);
-
- public:
   TIMETAG tt;
   CHAN_T chan;
   SAMPLE_N len;
   DataArray<char> data;
   int ternIndex;  // module the sample came from; not written out
+
+ private:
+  void takeLongData(const char* p, int n);
 };
 
 // The text form of format().
@@ -232,8 +231,9 @@ class FilesRawDataInput final : public RawDataInput {
   // has, and the guard accepts its time tag as it comes (not earlier than
   // the last one, less than two hours later).  Returns true with the
   // sample in samp and its time in t.  Anything else returns false having
-  // changed nothing; the caller then reads through readSample and
-  // tt_to_secs, which reach the same result the long way.
+  // taken nothing and changed neither the input nor samp; the caller then
+  // reads through readSample and tt_to_secs, which reach the same result
+  // the long way.
   bool takeUsual(RawSample* samp, double& t) {
     char* const p = rbp;
     // The length byte may be read before six bytes are known to be there:
@@ -242,8 +242,8 @@ class FilesRawDataInput final : public RawDataInput {
     // A file has no end-of-message bytes; the end-of-data marker is longer
     // than a block copy and takes the long way.
     const int len = static_cast<unsigned char>(p[5]);
-    const long whole = RawSample::headLen + len;
-    if (wbp - p < whole || TTConv::type() == unknown) return false;
+    char* const end = p + RawSample::headLen + len;
+    if (end > wbp || TTConv::type() == unknown) return false;
     TIMETAG tt;
     memcpy(&tt, p, 4);
     const long ms = tt_to_msecs(static_cast<long>(tt));
@@ -253,7 +253,7 @@ class FilesRawDataInput final : public RawDataInput {
     samp->chan = static_cast<CHAN_T>(p[4]);
     samp->len = static_cast<SAMPLE_N>(len);
     samp->ternIndex = ternIndex;
-    rbp = p + whole;
+    rbp = end;
     return true;
   }
 
