@@ -120,4 +120,53 @@ TEST(Merge, RandomFilesComeOutWholeAndInTimeOrder) {
   }
 }
 
+// One input through the merge gives what the input itself gives, read by
+// readSample and tt_to_secs: across buffer refills, for data shorter and
+// longer than a block copy, with time tags the guard tosses or doubts, and
+// up to the end-of-data marker.
+TEST(Merge, OneInputReadsAsTheInputItself) {
+  std::mt19937 rng(7);
+  std::string bytes;
+  for (uint32_t k = 0; k < 40000; ++k) {
+    uint32_t ms = kNoon + k * 10;
+    if (k % 997 == 5) ms += 3 * 3600000;  // tossed as too late
+    if (k % 1499 == 7) ms -= 600000;      // tossed as too early, at first
+    std::string data(rng() % 8 == 0 ? rng() % 256 : rng() % 34, '\0');
+    for (char& c : data) c = static_cast<char>(rng());
+    bytes += bytesOf(Record{ms, static_cast<uint8_t>(rng() % 200), data});
+  }
+  std::string marker;
+  for (int i = 0; i < 255; ++i) marker += static_cast<char>(i);
+  bytes += bytesOf(Record{kNoon, 3, marker}) + bytesOf(Record{kNoon, 9, "never"});
+  std::string path = sample_test::writeScratch("long.raw", bytes);
+  std::vector<char*> names{&path[0]};
+
+  typedef std::tuple<int, std::string, double> Got;
+  auto got = [](const RawSample& s, double t) {
+    return Got(s.chan, std::string(static_cast<const char*>(s.data), s.size()), t);
+  };
+  std::vector<Got> direct, merged;
+  FilesRawDataInput in(4, names, {kDay + 43200});
+  RawSample s;
+  try {
+    for (;;) {
+      ASSERT_EQ(in.readSample(&s), 1);
+      direct.push_back(got(s, in.tt_to_secs(static_cast<long>(s.tt))));
+    }
+  } catch (const oru::EOFException&) {
+  }
+  RawDataInputs m;
+  m.addInput(new FilesRawDataInput(4, names, {kDay + 43200}));
+  double t;
+  try {
+    for (RawSample* p; (p = m.getSample(t)) != nullptr;) {
+      ASSERT_EQ(p->ternIndex, 4);
+      merged.push_back(got(*p, t));
+    }
+  } catch (const oru::EOFException&) {
+  }
+  EXPECT_EQ(direct.size(), 40000u);
+  EXPECT_EQ(merged, direct);
+}
+
 }  // namespace
