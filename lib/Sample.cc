@@ -138,6 +138,7 @@ RawDataInput::RawDataInput(int fd_, int ternIndex_, int bufsize)
   // and the end of a sample be computed from its length byte before the
   // bytes are known to be there (FilesRawDataInput::takeUsual): both stay
   // within the allocation.
+  static_assert(RawSample::quickLen <= RawSample::headLen + 255, "a block copy must stay within the room");
   inputBuffer = new char[static_cast<size_t>(bufsize) + RawSample::headLen + 255]();
   rbp = wbp = inputBuffer;
   eob = inputBuffer + bufsize;
