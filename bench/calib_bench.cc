@@ -21,11 +21,11 @@ CalibInfo* init_use(const char* name, std::vector<void*>& params, int nout) {
   return init(0, 1, params.data(), static_cast<int>(params.size()), nout);
 }
 
-void BM_linear(benchmark::State& state) {
-  double slope = 2.5, intcpt = -1.0;
-  std::vector<void*> params = {&slope, &intcpt};
-  FreeCalibInfo(init_use("linear", params, 1));
-  calib_func_t f = calib_function("linear");
+// Calls an analog conversion, initialised for use 0, once per iteration with
+// a slowly changing voltage, as the pipeline calls it.
+void runVoltageConversion(benchmark::State& state, const char* name, std::vector<void*> params) {
+  FreeCalibInfo(init_use(name, params, 1));
+  calib_func_t f = calib_function(name);
   double t = 1.0e9;
   float out[1];
   float x = 0.0f;
@@ -38,25 +38,17 @@ void BM_linear(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations());
 }
+
+void BM_linear(benchmark::State& state) {
+  double slope = 2.5, intcpt = -1.0;
+  runVoltageConversion(state, "linear", {&slope, &intcpt});
+}
 BENCHMARK(BM_linear);
 
 void BM_poly(benchmark::State& state) {
   char unit[] = "degC";
   double a[4] = {1.0, -0.5, 0.25, 0.01};
-  std::vector<void*> params = {unit, &a[0], &a[1], &a[2], &a[3]};
-  FreeCalibInfo(init_use("poly", params, 1));
-  calib_func_t f = calib_function("poly");
-  double t = 1.0e9;
-  float out[1];
-  float x = 0.0f;
-  for (auto _ : state) {
-    calib_input in;
-    in.volts = x;
-    f(&t, in, out, 0);
-    benchmark::DoNotOptimize(out[0]);
-    x += 0.001f;
-  }
-  state.SetItemsProcessed(state.iterations());
+  runVoltageConversion(state, "poly", {unit, &a[0], &a[1], &a[2], &a[3]});
 }
 BENCHMARK(BM_poly);
 
