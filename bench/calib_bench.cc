@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "calib_func.h"
+#include "calib/calib_func.h"
 
 namespace {
 

@@ -24,8 +24,8 @@
 #include <string>
 #include <vector>
 
-#include "Exception.h"
-#include "RawDataInputs.h"
+#include "base/Exception.h"
+#include "samples/RawDataInputs.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "ingest_rpc.h"
-#include "ternserver.h"
+#include "rpc/ingest_rpc.h"
+#include "rpc/ternserver.h"
 
 namespace {
 

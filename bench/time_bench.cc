@@ -9,8 +9,8 @@
 
 #include <string>
 
-#include "TTConv.h"
-#include "UTime.h"
+#include "time/TTConv.h"
+#include "time/UTime.h"
 
 namespace {
 

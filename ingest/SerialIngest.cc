@@ -20,13 +20,13 @@
 #include <poll.h>
 #include <sys/utsname.h>
 
-#include "Exception.h"
-#include "IngestConfig.h"
-#include "Sample.h"
-#include "TTy.h"
-#include "getTernServerEnvVar.h"
-#include "heron_fopen.h"
-#include "logit.h"
+#include "base/Exception.h"
+#include "site/IngestConfig.h"
+#include "samples/Sample.h"
+#include "port/TTy.h"
+#include "rpc/getTernServerEnvVar.h"
+#include "site/heron_fopen.h"
+#include "base/logit.h"
 
 SerialIngest* SerialIngest::_instance = nullptr;
 

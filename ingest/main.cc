@@ -4,7 +4,7 @@
 
 #include <exception>
 
-#include "Exception.h"
+#include "base/Exception.h"
 #include "SerialIngest.h"
 
 int main(int argc, char** argv) {

@@ -10,7 +10,7 @@ command -v clang++ >/dev/null || { echo "fuzz: clang++ is not installed" >&2; ex
 cmake -S . -B "$dir" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHERON_SANITIZE=ON -DHERON_BENCH=OFF \
   -DCMAKE_C_FLAGS=-fsanitize=fuzzer-no-link -DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link >/dev/null
-targets=$(sed -n 's/^ *add_executable(\([a-z_]*_fuzz\) .*/\1/p' tests/*.cmake)
+targets=$(sed -n 's/^heron_fuzz(\([a-z_0-9]*\).*/\1_fuzz/p' tests/CMakeLists.txt)
 [ -n "$targets" ] || { echo "fuzz: no targets" >&2; exit 1; }
 # shellcheck disable=SC2086
 cmake --build "$dir" -j "$(nproc)" --target $targets

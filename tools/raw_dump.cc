@@ -20,9 +20,9 @@
 #include <string>
 #include <vector>
 
-#include "Exception.h"
-#include "RawDataInputs.h"
-#include "UTime.h"
+#include "base/Exception.h"
+#include "samples/RawDataInputs.h"
+#include "time/UTime.h"
 
 namespace {
 

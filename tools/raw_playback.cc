@@ -28,10 +28,10 @@
 #include <string>
 #include <vector>
 
-#include "Exception.h"
-#include "Sample.h"
-#include "TTy.h"
-#include "logit.h"
+#include "base/Exception.h"
+#include "samples/Sample.h"
+#include "port/TTy.h"
+#include "base/logit.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "adapt_forecast.h"
+#include "calib/adapt_forecast.h"
 
 #include <math.h>
 
-#include "calib_common.h"
+#include "calib/calib_common.h"
 
 extern "C" void adapt_forecast_reset(adapt_state* st) {
   st->n = 0;

@@ -1,8 +1,8 @@
 // baro_GENERIC: a barometer record of whole millibars and hundredths, two
 // 2-byte signed integers in host order; published as the station pressure.
-#include "calib_common.h"
-#include "conversions.h"
-#include "flop_convert.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
+#include "base/flop_convert.h"
 
 namespace {
 const char kVersion[] = "baro_GENERIC 1.0";

@@ -1,8 +1,8 @@
 // baro_PARA: a barometer record of one 4-byte float in units of 10 mb;
 // published as the station pressure.
-#include "calib_common.h"
-#include "conversions.h"
-#include "flop_convert.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
+#include "base/flop_convert.h"
 
 namespace {
 const char kVersion[] = "baro_PARA 1.0";

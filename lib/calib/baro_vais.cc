@@ -1,8 +1,8 @@
 // baro_vais: a barometer record of two 4-byte floats, the instrument's
 // temperature and the pressure.
-#include "calib_common.h"
-#include "conversions.h"
-#include "flop_convert.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
+#include "base/flop_convert.h"
 
 namespace {
 const char kVersion[] = "baro_vais 1.0";

@@ -1,4 +1,4 @@
-#include "cal_file.h"
+#include "calib/cal_file.h"
 
 #include <errno.h>
 #include <math.h>
@@ -7,12 +7,12 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "cal_parse.h"
+#include "calib/cal_parse.h"
 extern "C" {
-#include "calfile_parser.h"
+#include "calib/calfile_parser.h"
 }
-#include "calib_common.h"
-#include "heron_fopen.h"
+#include "calib/calib_common.h"
+#include "site/heron_fopen.h"
 
 // The generated scanner's entry points (reentrant form).
 extern "C" {

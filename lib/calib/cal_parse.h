@@ -5,7 +5,7 @@
 
 #include <stddef.h>
 
-#include "cal_file.h"
+#include "calib/cal_file.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -4,8 +4,8 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "cal_file.h"
-#include "calib_common.h"
+#include "calib/cal_file.h"
+#include "calib/calib_common.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Choosing the record of a loaded calibration file that applies to a sample.
 #include <math.h>
 
-#include "cal_file.h"
+#include "calib/cal_file.h"
 
 extern "C" void cal_select_start(cal_select* sel, const calib_struct* cal) {
   sel->cal = cal;

@@ -1,6 +1,6 @@
-#include "cal_use.h"
+#include "calib/cal_use.h"
 
-#include "calib_common.h"
+#include "calib/calib_common.h"
 
 CalFile calib_load_file(const char* module, void** params, int nparam, int nvalues) {
   if (nparam < 1) calib_init_fail(module, "Invalid number of parameters, should name a calibration file\n");

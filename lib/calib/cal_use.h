@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "cal_file.h"
+#include "calib/cal_file.h"
 
 // A loaded file shared by the uses that hold it.
 using CalFile = std::shared_ptr<const calib_struct>;

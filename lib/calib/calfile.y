@@ -4,7 +4,7 @@
 #include <math.h>
 #include <stdlib.h>
 
-#include "cal_parse.h"
+#include "calib/cal_parse.h"
 
 /* The parser stack starts at 200 entries and may double up to 10000. */
 #define YYINITDEPTH 200

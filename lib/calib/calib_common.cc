@@ -1,4 +1,4 @@
-#include "calib_common.h"
+#include "calib/calib_common.h"
 
 #include <stdarg.h>
 #include <stdio.h>

@@ -7,7 +7,7 @@
 
 #include <vector>
 
-#include "calib_func.h"
+#include "calib/calib_func.h"
 
 // The library's mark for a value that could not be produced.
 constexpr float CALIB_MISSING = 1e37f;

@@ -1,4 +1,4 @@
-#include "calib_func.h"
+#include "calib/calib_func.h"
 
 #include <errno.h>
 #include <stdarg.h>
@@ -6,7 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "conversions.h"
+#include "calib/conversions.h"
 
 #define CALIB_ENTRY(name)                                          \
   {#name, reinterpret_cast<calib_any_t>(&name)},                   \

@@ -5,7 +5,7 @@
 #ifndef HERON_CALIB_CONVERSIONS_H
 #define HERON_CALIB_CONVERSIONS_H
 
-#include "calib_func.h"
+#include "calib/calib_func.h"
 
 #ifdef __cplusplus
 extern "C" {

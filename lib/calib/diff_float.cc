@@ -6,9 +6,9 @@
 
 #include <vector>
 
-#include "calib_common.h"
-#include "conversions.h"
-#include "flop_convert.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
+#include "base/flop_convert.h"
 
 namespace {
 const char kVersion[] = "diff_float 1.0";

@@ -1,8 +1,8 @@
 // dual_uv: the mixing ratio of a dual-wavelength UV hygrometer, a 4-byte
 // float at byte 20 of its record.
-#include "calib_common.h"
-#include "conversions.h"
-#include "flop_convert.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
+#include "base/flop_convert.h"
 
 namespace {
 const char kVersion[] = "dual_uv 1.0";

@@ -2,9 +2,9 @@
 // calibration file holds two reference points (x0, y0) and (x1, y1), volts
 // and the physical value read against a reference in the field; the output
 // is the straight line through them.
-#include "cal_use.h"
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/cal_use.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "fis_linear 1.0";

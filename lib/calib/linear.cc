@@ -1,6 +1,6 @@
 // linear: out = slope * volts + intercept.
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "linear 1.0";

@@ -8,8 +8,8 @@
 
 #include <vector>
 
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "mode 1.0";

@@ -1,7 +1,7 @@
 // plinear: a linear pressure sensor whose result is published as the
 // station pressure for the humidity and gas conversions.
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "plinear 1.0";

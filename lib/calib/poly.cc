@@ -2,8 +2,8 @@
 #include <math.h>
 #include <stdio.h>
 
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "poly 1.0";

@@ -2,8 +2,8 @@
 // out = A * B^(C * volts) for volts >= V0, else 0.
 #include <math.h>
 
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "power 1.0";

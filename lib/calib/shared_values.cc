@@ -1,5 +1,5 @@
 // Values that some conversions publish for others of the same scan.
-#include "conversions.h"
+#include "calib/conversions.h"
 
 extern "C" {
 float sharedValues[SHARED_VALUES_COUNT] = {1e37f};

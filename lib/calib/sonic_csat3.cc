@@ -9,12 +9,12 @@
 #include <math.h>
 #include <string.h>
 
-#include "adapt_forecast.h"
-#include "cal_use.h"
-#include "calib_common.h"
-#include "conversions.h"
-#include "flop_convert.h"
-#include "sonic_tilt.h"
+#include "calib/adapt_forecast.h"
+#include "calib/cal_use.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
+#include "base/flop_convert.h"
+#include "calib/sonic_tilt.h"
 
 namespace {
 const char kVersion[] = "sonic_csat3 1.0";

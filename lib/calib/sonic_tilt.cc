@@ -1,4 +1,4 @@
-#include "sonic_tilt.h"
+#include "calib/sonic_tilt.h"
 
 #include <math.h>
 

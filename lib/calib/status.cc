@@ -1,7 +1,7 @@
 // status: a two-state signal (a heater, a valve, a door switch) wired to an
 // analog input; 1 when the voltage is at or above the threshold, else 0.
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "status 1.0";

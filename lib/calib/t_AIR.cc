@@ -1,7 +1,7 @@
 // t_AIR: a linear air thermometer whose latest reading, per use, is kept in
 // temp_AIR for the humidity conversions.
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "t_AIR 1.0";

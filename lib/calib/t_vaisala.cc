@@ -1,7 +1,7 @@
 // t_vaisala: a quadratic air thermometer; the latest reading, per use, is
 // kept in temp_vaisala for the humidity conversions.
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "t_vaisala 1.0";

@@ -1,8 +1,8 @@
 // td_linear: a linear conversion whose slope and intercept come from a loaded
 // calibration file, the record in force at the sample time.
-#include "cal_use.h"
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/cal_use.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "td_linear 1.0";

@@ -1,9 +1,9 @@
 // td_linear_dt: td_linear for a sensor whose samples are stamped late or
 // early: each calibration record holds slope, intercept and a time
 // correction in seconds that is added to the sample's time.
-#include "cal_use.h"
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/cal_use.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "td_linear_dt 1.0";

@@ -7,10 +7,10 @@
 
 #include <memory>
 
-#include "cal_file.h"
-#include "calib_common.h"
-#include "conversions.h"
-#include "heron_fopen.h"
+#include "calib/cal_file.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
+#include "site/heron_fopen.h"
 
 namespace {
 const char kVersion[] = "td_linear_interp 1.0";

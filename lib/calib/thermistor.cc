@@ -2,8 +2,8 @@
 // Steinhart-Hart form 1/T = A0 + A1 L + A2 L^2 + A3 L^3 with L = ln(K/(1000 x) - 1).
 #include <math.h>
 
-#include "calib_common.h"
-#include "conversions.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
 
 namespace {
 const char kVersion[] = "thermistor 1.0";

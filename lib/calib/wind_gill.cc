@@ -4,10 +4,10 @@
 // north by an offset, taken per use from a loaded calibration file.
 #include <math.h>
 
-#include "cal_use.h"
-#include "calib_common.h"
-#include "conversions.h"
-#include "flop_convert.h"
+#include "calib/cal_use.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
+#include "base/flop_convert.h"
 
 namespace {
 const char kVersion[] = "wind_gill 1.0";

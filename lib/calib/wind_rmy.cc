@@ -3,9 +3,9 @@
 // convention (the direction the wind blows from, clockwise from north).
 #include <math.h>
 
-#include "calib_common.h"
-#include "conversions.h"
-#include "flop_convert.h"
+#include "calib/calib_common.h"
+#include "calib/conversions.h"
+#include "base/flop_convert.h"
 
 namespace {
 const char kVersion[] = "wind_rmy 1.0";

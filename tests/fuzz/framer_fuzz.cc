@@ -11,8 +11,8 @@
 #include <memory>
 #include <string>
 
-#include "Exception.h"
-#include "Sample.h"
+#include "base/Exception.h"
+#include "samples/Sample.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2 || size > 60000) return 0;

@@ -11,7 +11,7 @@
 
 #include <memory>
 
-#include "Sample.h"
+#include "samples/Sample.h"
 
 namespace {
 const double kStartDay = 1795219200.0;  // 2026-11-21 00:00 UTC

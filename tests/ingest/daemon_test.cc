@@ -14,7 +14,7 @@
 #include <string>
 
 #include "ingest/daemon_fixture.h"
-#include "lib/rpc_fixture.h"
+#include "support/rpc_fixture.h"
 #include "support/subprocess.h"
 
 namespace {

@@ -14,10 +14,10 @@
 #include <memory>
 #include <string>
 
-#include "Exception.h"
+#include "base/Exception.h"
 #include "SerialIngest.h"
-#include "TTy.h"
-#include "logit.h"
+#include "port/TTy.h"
+#include "base/logit.h"
 
 namespace {
 class App : public ::testing::Test {

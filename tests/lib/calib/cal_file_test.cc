@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "cal_file.h"
+#include "calib/cal_file.h"
 #include "calib_test_util.h"
 
 namespace {

@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "cal_file.h"
+#include "calib/cal_file.h"
 #include "calib_test_util.h"
-#include "conversions.h"
+#include "calib/conversions.h"
 
 TEST(TimeString, DateFormsReadAsUtc) {
   const char* old = getenv("TZ");

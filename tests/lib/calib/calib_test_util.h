@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "calib_func.h"
+#include "calib/calib_func.h"
 
 // A parameter list of numbers and texts, in order: Params{2, 1, "W/m2"}.
 class Params {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "calib_test_util.h"
-#include "conversions.h"
+#include "calib/conversions.h"
 
 namespace {
 

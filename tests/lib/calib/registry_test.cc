@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "calib_test_util.h"
-#include "conversions.h"
+#include "calib/conversions.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "adapt_forecast.h"
+#include "calib/adapt_forecast.h"
 #include "calib_test_util.h"
-#include "conversions.h"
-#include "sonic_tilt.h"
+#include "calib/conversions.h"
+#include "calib/sonic_tilt.h"
 
 namespace {
 

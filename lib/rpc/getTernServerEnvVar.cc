@@ -1,0 +1,48 @@
+#include "rpc/getTernServerEnvVar.h"
+
+#include <stdlib.h>
+
+#include "base/Exception.h"
+#include "rpc/rpc_client.h"
+#include "rpc/ternserver.h"
+
+namespace {
+
+const char* serverHost() {
+  const char* host = getenv("CONFIG_SERVER");
+  if (host == nullptr) host = getenv("INGEST_SERVER");
+  if (host == nullptr) host = "heron";
+  return host;
+}
+
+// The RPC library's texts may end in a newline meant for a terminal; an
+// exception message (and the log line made from it) should not.
+std::string trimmed(const char* text) {
+  std::string s(text != nullptr ? text : "");
+  while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
+  return s;
+}
+
+}  // namespace
+
+std::string getTernServerEnvVar(const char* name) {
+  const char* host = serverHost();
+  // The module server answers within 25 seconds or not at all.
+  const struct timeval timeout = {25, 0};
+  CLIENT* clnt = heron_clnt_create(host, TERNSERVER, TERNSERVERVERS, &timeout);
+  if (clnt == nullptr)
+    throw oru::IOException("ternserver rpc connection", host, trimmed(clnt_spcreateerror(host)).c_str());
+
+  char* arg = const_cast<char*>(name);  // the stub's argument is not const, but is only read
+  char** res = getternserverenv_1(&arg, clnt);
+  if (res == nullptr) {
+    // Take the text before the client goes: it reads the client's error.
+    std::string text = trimmed(clnt_sperror(clnt, host));
+    clnt_destroy(clnt);
+    throw oru::IOException("ternserver rpc connection", host, text.c_str());
+  }
+  clnt_destroy(clnt);
+  std::string value(*res != nullptr ? *res : "");
+  xdr_free(reinterpret_cast<xdrproc_t>(xdr_wrapstring), reinterpret_cast<char*>(res));
+  return value;
+}

@@ -1,0 +1,172 @@
+#include "site/IngestConfig.h"
+
+#include <ctype.h>
+#include <errno.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "base/Exception.h"
+#include "site/heron_fopen.h"
+#include "base/logit.h"
+
+IngestConfigEntry::IngestConfigEntry(const char* sn, const char* is, const char* pn, int bd,
+                                     const char* pty, int db, int sb, const char* fc, const char* l)
+    : stationName(sn),
+      ingestServer(is),
+      portName(pn),
+      type(SERIALPORT),
+      baud(bd),
+      parity(pty),
+      databits(db),
+      stopbits(sb),
+      flowcontrol(fc),
+      local(l) {}
+
+IngestConfigEntry::IngestConfigEntry(const char* sn, const char* is, const char* pn)
+    : stationName(sn), ingestServer(is), portName(pn), type(SOCKET), baud(0), databits(0), stopbits(0) {}
+
+namespace {
+// The table is a stream of words read the way formatted input reads them: a
+// word is any run of non-blank characters (of any length), and a number is
+// an optional sign and digits, ending at the first other character, which
+// stays in the stream.
+class WordReader {
+ public:
+  WordReader(FILE* fp, const std::string& path) : fp_(fp), path_(path) {}
+
+  // False at end of input (nothing read).
+  bool word(std::string& out) {
+    int c = skipBlanks();
+    if (c == EOF) return false;
+    out.clear();
+    while (c != EOF && !isspace(c)) {
+      out += static_cast<char>(c);
+      c = get();
+    }
+    if (c != EOF) ungetc(c, fp_);
+    return true;
+  }
+
+  // False when no number stands next (the offending character stays).
+  bool number(int& out) {
+    int c = skipBlanks();
+    if (c == EOF) return false;
+    std::string digits;
+    if (c == '+' || c == '-') {
+      digits += static_cast<char>(c);
+      c = get();
+    }
+    while (c != EOF && isdigit(c)) {
+      digits += static_cast<char>(c);
+      c = get();
+    }
+    if (c != EOF) ungetc(c, fp_);
+    if (digits.empty() || !isdigit(static_cast<unsigned char>(digits.back()))) return false;
+    errno = 0;
+    long v = strtol(digits.c_str(), nullptr, 10);
+    if (errno == ERANGE || v > INT_MAX || v < INT_MIN) v = v < 0 ? INT_MIN : INT_MAX;
+    out = static_cast<int>(v);
+    return true;
+  }
+
+  // Drops everything up to, not including, the next line break.
+  void skipLine() {
+    int c;
+    while ((c = get()) != EOF && c != '\n') {
+    }
+    if (c == '\n') ungetc(c, fp_);
+  }
+
+ private:
+  int get() {
+    int c = getc(fp_);
+    if (c == EOF && ferror(fp_)) throw BadConfigurationException(oru::IOException(path_.c_str(), "read", errno));
+    return c;
+  }
+  int skipBlanks() {
+    int c;
+    while ((c = get()) != EOF && isspace(c)) {
+    }
+    return c;
+  }
+  FILE* fp_;
+  const std::string& path_;
+};
+
+// The six line settings of a serial record; returns how many were read.
+int readSettings(WordReader& in, int& baud, std::string& parity, int& databits, int& stopbits,
+                 std::string& flow, std::string& local) {
+  if (!in.number(baud)) return 0;
+  if (!in.word(parity)) return 1;
+  if (!in.number(databits)) return 2;
+  if (!in.number(stopbits)) return 3;
+  if (!in.word(flow)) return 4;
+  if (!in.word(local)) return 5;
+  return 6;
+}
+}  // namespace
+
+IngestConfig::IngestConfig(const char* configFile) {
+  std::string path(configFile);
+  FILE* fp;
+  try {
+    fp = heronFopen(path, "r");
+  } catch (const oru::IOException& e) {
+    throw BadConfigurationException(e);
+  }
+  try {
+    WordReader in(fp, path);
+    std::string station, server, port, lower, parity, flow, local;
+    while (in.word(station)) {
+      if (station[0] == '#') {
+        in.skipLine();
+        continue;
+      }
+      if (!in.word(server) || !in.word(port)) {
+        logit(3, "bad line in %s: i = ", path.c_str());  // the table ends inside a record
+        break;
+      }
+      lower = port;
+      for (char& ch : lower) ch = static_cast<char>(tolower(static_cast<unsigned char>(ch)));
+      if (lower == "socket") {
+        stns.emplace_back(station.c_str(), server.c_str(), port.c_str());
+        in.skipLine();
+        continue;
+      }
+      int baud = 0, databits = 0, stopbits = 0;
+      int i = readSettings(in, baud, parity, databits, stopbits, flow, local);
+      if (i < 6) {
+        // The count is deliberately not part of the message.
+        logit(3, "bad line in %s: i = ", path.c_str());
+      } else {
+        stns.emplace_back(station.c_str(), server.c_str(), port.c_str(), baud, parity.c_str(), databits,
+                          stopbits, flow.c_str(), local.c_str());
+      }
+      in.skipLine();
+    }
+  } catch (...) {
+    fclose(fp);
+    throw;
+  }
+  fclose(fp);
+}
+
+IngestConfig::~IngestConfig() = default;
+
+std::string ingestServer(const char* stnName) {
+  std::string result;
+  IngestConfig cfg("$HERON/projects/$PROJECT/$OPS/ingest.conf");
+  for (const IngestConfigEntry& e : cfg.stns) {
+    if (e.stationName == stnName) {
+      result = e.ingestServer;
+      break;
+    }
+  }
+  if (result.empty()) {
+    const char* env = getenv("INGEST_SERVER");
+    result = env ? env : "heron";
+  }
+  return result;
+}

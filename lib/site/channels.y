@@ -1,0 +1,144 @@
+%{
+// Grammar of channel_config; see docs/channel_config.md for the records.
+#include <stdlib.h>
+#include <string.h>
+
+#include "site/channels_grammar.h"
+%}
+
+%code requires {
+struct ChannelParse;
+}
+
+%code provides {
+int channelslex(CHANNELSSTYPE* lval, ChannelParse& p);
+}
+
+%define api.prefix {channels}
+%define api.pure full
+%parse-param {ChannelParse& p}
+%lex-param {ChannelParse& p}
+
+%union {
+  char* word;
+  long integer;
+  double real;
+}
+
+/* The shared scanner's token numbers. */
+%token <word> WORD 300
+%token <integer> INT 301
+%token <integer> HEX 302
+%token <real> REAL 303
+%token <real> CLOCK 304
+%token JUNK 305
+/* Record keywords, recognised at the start of a record only. */
+%token SERIAL 400 ANALOG 401 TTL 402 TIMETAG 403
+
+%type <real> number start
+%type <integer> chan
+
+%%
+
+file
+  : %empty
+  | file record
+  ;
+
+record
+  : SERIAL WORD WORD chan WORD spare WORD WORD ';'
+      {
+        *p.serialTail = new serial_entry($2, $3, static_cast<int>($4), $5, $7, $8);
+        p.serialTail = &(*p.serialTail)->next;
+      }
+  | ANALOG WORD WORD chan number WORD WORD ';'
+      {
+        free($7);  /* not used */
+        *p.analogTail = new analog_entry($2, $3, static_cast<int>($4), static_cast<float>($5), $6,
+                                         1.0f, 0.0f);
+        p.analogTail = &(*p.analogTail)->next;
+      }
+  | ANALOG WORD WORD chan number WORD number number ';'
+      {
+        *p.analogTail = new analog_entry($2, $3, static_cast<int>($4), static_cast<float>($5), $6,
+                                         static_cast<float>($7), static_cast<float>($8));
+        p.analogTail = &(*p.analogTail)->next;
+      }
+  | TTL WORD WORD chan start number number ';'
+      {
+        *p.ttlTail = new ttloutput_entry($2, $3, static_cast<int>($4), $5, $6, $7);
+        p.ttlTail = &(*p.ttlTail)->next;
+      }
+  | TIMETAG WORD ';'
+      {
+        if (strcmp($2, "wierd12") == 0) *p.timeTag = wierd12;
+        free($2);
+      }
+  ;
+
+chan
+  : INT
+      {
+        if ($1 < 0 || $1 > 255) channelserror(p, "channel number out of range");
+        $$ = $1;
+      }
+  | HEX
+      {
+        if ($1 < 0 || $1 > 255) channelserror(p, "channel number out of range");
+        $$ = $1;
+      }
+  ;
+
+/* A column that is read and not used: any single value. */
+spare
+  : WORD  { free($1); }
+  | INT   {}
+  | HEX   {}
+  | REAL  {}
+  ;
+
+number
+  : INT   { $$ = static_cast<double>($1); }
+  | REAL  { $$ = $1; }
+  ;
+
+start
+  : number
+  | CLOCK
+  ;
+
+%%
+
+int channelslex(CHANNELSSTYPE* lval, ChannelParse& p) {
+  ScanValue v;
+  int token = p.scanner->next(&v);
+  if (token == SCAN_WORD && p.atRecordStart) {
+    static const struct {
+      const char* word;
+      int token;
+    } keywords[] = {{"serial", SERIAL}, {"analog", ANALOG}, {"ttl", TTL}, {"timetag", TIMETAG}};
+    for (const auto& k : keywords)
+      if (strcmp(v.word, k.word) == 0) {
+        free(v.word);
+        token = k.token;
+        break;
+      }
+  }
+  p.atRecordStart = token == ';';
+  switch (token) {
+    case SCAN_WORD:
+      lval->word = v.word;
+      break;
+    case SCAN_INT:
+    case SCAN_HEX:
+      lval->integer = v.integer;
+      break;
+    case SCAN_REAL:
+    case SCAN_CLOCK:
+      lval->real = v.real;
+      break;
+    default:
+      break;
+  }
+  return token;
+}
