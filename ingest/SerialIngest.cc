@@ -27,6 +27,7 @@
 #include "rpc/getTernServerEnvVar.h"
 #include "site/heron_fopen.h"
 #include "base/logit.h"
+#include "base/fatal.h"
 
 SerialIngest* SerialIngest::_instance = nullptr;
 
@@ -96,7 +97,7 @@ int SerialIngest::debugMode() {
   syslogit = 0;
   // A set-user-id copy must not open a port its user could not open.
   if (!dropPrivileges(getuid(), getgid())) {
-    logit(3, "%s: cannot give up set-user-id privileges: %m", _appname);
+    logit(LOG_ERR, "%s: cannot give up set-user-id privileges: %m", _appname);
     return -1;
   }
   std::unique_ptr<TTy> tty(opentty(_rstr.ttyname, _rstr.baud, _rstr.parity, _rstr.databits,
@@ -222,13 +223,13 @@ void SerialIngest::setEnvVar(const char* name, std::string& value) {
     std::string fresh = getTernServerEnvVar(name);
     if (fresh != value) {
       if (setenv(name, fresh.c_str(), 1) < 0) {
-        logit(3, "setenv(%s): %m", name);
+        logit(LOG_ERR, "setenv(%s): %m", name);
         return;
       }
       value = fresh;
     }
   } catch (const oru::Exception& e) {
-    logit(3, "%s", e.toString().c_str());
+    logit(LOG_ERR, "%s", e.toString().c_str());
   }
 }
 
@@ -238,17 +239,17 @@ int SerialIngest::daemonMode() {
   openlogit(_appname, LOG_PID | LOG_CONS | LOG_NOWAIT, LOG_LOCAL5, getenv("TZ"));
 
   char* expanded = heron_expand_name(_rstr.configFile);
-  logit(5, "%s started, config: %s\n", _appname, expanded ? expanded : _rstr.configFile);
+  logit(LOG_NOTICE, "%s started, config: %s\n", _appname, expanded ? expanded : _rstr.configFile);
   free(expanded);
 
   struct utsname un;
   if (uname(&un) < 0) {
-    logit(3, "uname: %m");
+    logit(LOG_ERR, "uname: %m");
     return -1;
   }
   const std::string myname(un.nodename);
   const std::string myShortName = myname.substr(0, myname.find('.'));
-  if (setenv("INGEST_SERVER", myname.c_str(), 1) < 0) logit(3, "setenv(INGEST_SERVER): %m");
+  if (setenv("INGEST_SERVER", myname.c_str(), 1) < 0) logit(LOG_ERR, "setenv(INGEST_SERVER): %m");
 
   // A raised priority is inherited by every child.  Only root may raise it,
   // so a set-user-id-root program does it now and then gives root up.
@@ -257,24 +258,24 @@ int SerialIngest::daemonMode() {
   const gid_t realGid = getgid();
   if (setuid(0) < 0) {
     if (geteuid() == 0)
-      logit(3, "setuid(0): %m");
+      logit(LOG_ERR, "setuid(0): %m");
     else
-      logit(4, "%s is not suid-to-root, cannot use real-time priority", _appname);
+      logit(LOG_WARNING, "%s is not suid-to-root, cannot use real-time priority", _appname);
   } else {
     pid_t pid = getpid();
     errno = 0;
     int nice = getpriority(PRIO_PROCESS, pid);
     if (nice < 0 && errno != 0) {
-      logit(4, "getpriority(PRIO_PROCESS,%d): %m", static_cast<int>(pid));
+      logit(LOG_WARNING, "getpriority(PRIO_PROCESS,%d): %m", static_cast<int>(pid));
     } else {
       int raised = nice - 10 < -20 ? -20 : nice - 10;
       if (setpriority(PRIO_PROCESS, pid, raised) < 0)
-        logit(4, "setpriority(PRIO_PROCESS,%d,%d): %m", static_cast<int>(pid), raised);
+        logit(LOG_WARNING, "setpriority(PRIO_PROCESS,%d,%d): %m", static_cast<int>(pid), raised);
     }
   }
   // Before any site file is read or any child started.
   if (!dropPrivileges(realUid, realGid)) {
-    logit(3, "setuid(): %m");
+    logit(LOG_ERR, "setuid(): %m");
     return -1;
   }
 
@@ -287,7 +288,7 @@ int SerialIngest::daemonMode() {
   sigaddset(&handled, SIGINT);
   sigaddset(&handled, SIGHUP);
   if (sigprocmask(SIG_BLOCK, &handled, &waitMask) < 0) {
-    logit(3, "sigprocmask: %m");
+    logit(LOG_ERR, "sigprocmask: %m");
     return -1;
   }
   const sigset_t childMask = waitMask;  // what "Ingest" starts with
@@ -300,7 +301,7 @@ int SerialIngest::daemonMode() {
   sigemptyset(&sa.sa_mask);
   for (int sig : {SIGCHLD, SIGINT, SIGHUP}) {
     if (sigaction(sig, &sa, nullptr) < 0) {
-      logit(3, "sigaction(%s): %m", signame(sig));
+      logit(LOG_ERR, "sigaction(%s): %m", signame(sig));
       return -1;
     }
   }
@@ -319,7 +320,7 @@ int SerialIngest::daemonMode() {
       try {
         _cfg.reset(new IngestConfig(_rstr.configFile));
       } catch (const oru::Exception& e) {
-        logit(3, "%s", e.toString().c_str());
+        logit(LOG_ERR, "%s", e.toString().c_str());
         return -1;
       }
     }
@@ -337,7 +338,7 @@ int SerialIngest::daemonMode() {
       if (!startChild(entry, childMask)) retry = true;
     }
     if (!anything) {
-      logit(3, "%s on %s has nothing to do (no serial port entries in ingest.conf for me)", _appname,
+      logit(LOG_ERR, "%s on %s has nothing to do (no serial port entries in ingest.conf for me)", _appname,
             myname.c_str());
       _cfg.reset();
       return 0;
@@ -346,7 +347,7 @@ int SerialIngest::daemonMode() {
     // Wait for a signal; ports that failed are tried again after a while.
     struct timespec again = {kRetrySeconds, 0};
     if (ppoll(nullptr, 0, retry ? &again : nullptr, &waitMask) < 0 && errno != EINTR) {
-      logit(3, "ppoll: %m");
+      logit(LOG_ERR, "ppoll: %m");
       sleep(1);
     }
     if (_interrupt) {
@@ -363,12 +364,12 @@ bool SerialIngest::startChild(const IngestConfigEntry& entry, const sigset_t& ch
     tty.reset(opentty(entry.portName.c_str(), entry.baud, entry.parity.c_str(), entry.databits,
                       entry.stopbits, entry.flowcontrol.c_str(), local));
   } catch (const oru::IOException& e) {
-    logit(3, "%s", e.toString().c_str());
+    logit(LOG_ERR, "%s", e.toString().c_str());
     return false;
   }
   pid_t pid = fork();
   if (pid < 0) {
-    logit(3, "cannot fork: %m");
+    logit(LOG_ERR, "cannot fork: %m");
     return false;
   }
   if (pid == 0) {
@@ -382,7 +383,7 @@ bool SerialIngest::startChild(const IngestConfigEntry& entry, const sigset_t& ch
     snprintf(fdtext, sizeof fdtext, "%d", tty->fd());
     execlp("Ingest", entry.stationName.c_str(), fdtext, entry.portName.c_str(), static_cast<char*>(nullptr));
     perror("execlp Ingest");
-    logit(3, "execlp Ingest: %m");
+    logit(LOG_ERR, "execlp Ingest: %m");
     _exit(1);
   }
   tty.reset();  // the child has the port now
@@ -407,12 +408,12 @@ void disassociate() {
   pid_t pid = fork();
   if (pid < 0) {
     logit(LOG_ERR, "cannot fork: %m");
-    exit(1);
+    exit_status_1();
   }
   if (pid > 0) exit(0);
 
   struct rlimit rl;
-  if (getrlimit(RLIMIT_NOFILE, &rl) < 0 || rl.rlim_cur == 0) exit(1);
+  if (getrlimit(RLIMIT_NOFILE, &rl) < 0 || rl.rlim_cur == 0) exit_status_1();
   unsigned int last = rl.rlim_cur > UINT_MAX ? UINT_MAX : static_cast<unsigned int>(rl.rlim_cur - 1);
   if (close_range(0, last, 0) < 0) {
     for (unsigned int fd = 0; fd <= last && fd < 65536; ++fd) close(static_cast<int>(fd));

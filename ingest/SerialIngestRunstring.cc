@@ -1,4 +1,5 @@
 #include "SerialIngestRunstring.h"
+#include "base/fatal.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -90,5 +91,5 @@ void SerialIngestRunstring::Usage(const char* argv0) {
           "  -z: daemon mode. Exec ingest processes for every entry config file\n"
           "  -c configFile: name of config file, default: %s\n",
           argv0, default_ttyname, default_configFile);
-  exit(1);
+  exit_status_1();
 }

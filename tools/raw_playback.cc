@@ -32,6 +32,7 @@
 #include "samples/Sample.h"
 #include "port/TTy.h"
 #include "base/logit.h"
+#include "base/fatal.h"
 
 namespace {
 
@@ -50,7 +51,7 @@ const char kEOM = 3;
 
 [[noreturn]] void die(const char* what) {
   fprintf(stderr, "raw_playback: %s: %s\n", what, strerror(errno));
-  exit(1);
+  exit_status_1();
 }
 
 double monotonicNow() {

@@ -4,7 +4,8 @@
 
 namespace oru {
 
-Exception::Exception(std::string n, std::string m) : name(std::move(n)), msg(std::move(m)) {}
+Exception::Exception(std::string n, std::string m)
+    : name(std::move(n)), msg(std::move(m)), text(name + ": " + msg) {}
 Exception::~Exception() = default;
 
 std::string Exception::toString() const { return name + ": " + msg; }

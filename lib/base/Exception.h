@@ -4,15 +4,19 @@
 #ifndef HERON_EXCEPTION_H
 #define HERON_EXCEPTION_H
 
+#include <exception>
 #include <string>
 
 namespace oru {
 
-class Exception {
+// Also a std::exception, so that code outside the library can catch it
+// with everything else; what() gives the toString() text.
+class Exception : public std::exception {
  public:
   Exception(std::string name, std::string msg);
-  virtual ~Exception();
+  ~Exception() override;
   virtual std::string toString() const;
+  const char* what() const noexcept override { return text.c_str(); }
 
   // The system's text for errnum (via strerror_r), or "" for 0.
   static std::string errnoToString(int errnum);
@@ -20,6 +24,9 @@ class Exception {
  protected:
   std::string name;
   std::string msg;
+
+ private:
+  std::string text;  // name + ": " + msg, held for what()
 };
 
 class IOException : public Exception {

@@ -3,6 +3,8 @@
 #ifndef HERON_LOGIT_H
 #define HERON_LOGIT_H
 
+#include <syslog.h>  // the priority names: LOG_ERR, LOG_WARNING, LOG_NOTICE, LOG_INFO
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -15,8 +17,8 @@ extern int syslogit;
 // swapped in and out around each message).
 void openlogit(const char* ident, int option, int facility, const char* tz);
 
-// Writes one message.  On standard error the priority is ignored and a
-// newline is added.
+// Writes one message at a priority named by <syslog.h>.  On standard error
+// the priority is ignored and a newline is added.
 void logit(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // Name of a signal by the classic BSD numbering (10 is "SIGBUS" even where the

@@ -13,6 +13,7 @@ extern "C" {
 }
 #include "calib/calib_common.h"
 #include "site/heron_fopen.h"
+#include "base/fatal.h"
 
 // The generated scanner's entry points (reentrant form).
 extern "C" {
@@ -132,7 +133,7 @@ extern "C" char* cal_parse_string(const char* text, size_t len) {
   if (!s) {
     fprintf(stderr, "unable to malloc space in alloc_string() for %.*s\n", static_cast<int>(len),
             text);
-    exit(1);
+    exit_status_1();
   }
   memcpy(s, text, len);
   s[len] = '\0';
@@ -211,6 +212,6 @@ extern "C" calib_struct* read_cal_file(const char* name) {
   calib_struct* cal = nullptr;
   int status = parse_cal_stream(fp, name, &cal);
   fclose(fp);
-  if (status > 0) exit(1);
+  if (status > 0) exit_status_1();
   return cal;
 }

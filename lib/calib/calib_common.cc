@@ -1,4 +1,5 @@
 #include "calib/calib_common.h"
+#include "base/fatal.h"
 
 #include <stdarg.h>
 #include <stdio.h>
@@ -11,10 +12,10 @@ void calib_init_fail(const char* module, const char* format, ...) {
   vfprintf(stderr, format, ap);
   va_end(ap);
   fflush(stderr);
-  exit(1);
+  exit_status_1();
 }
 
 void calib_alloc_fail(const char* what) {
   perror(what);
-  exit(1);
+  exit_status_1();
 }

@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "calib/conversions.h"
+#include "base/fatal.h"
 
 #define CALIB_ENTRY(name)                                          \
   {#name, reinterpret_cast<calib_any_t>(&name)},                   \
@@ -43,7 +44,7 @@ namespace {
 
 [[noreturn]] void fail_alloc() {
   perror("calib_func.c");
-  exit(1);
+  exit_status_1();
 }
 
 char* copy_text(const char* s) {
@@ -71,7 +72,7 @@ extern "C" calib_init_t init_function(const char* name) {
   char* full = static_cast<char*>(malloc(len + sizeof "_init"));
   if (!full) {
     fputs("unable to allocate memory in init_function()\n", stdout);
-    exit(1);
+    exit_status_1();
   }
   memcpy(full, name, len);
   memcpy(full + len, "_init", sizeof "_init");

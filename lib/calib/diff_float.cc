@@ -9,6 +9,7 @@
 #include "calib/calib_common.h"
 #include "calib/conversions.h"
 #include "base/flop_convert.h"
+#include "base/fatal.h"
 
 namespace {
 const char kVersion[] = "diff_float 1.0";
@@ -32,7 +33,7 @@ extern "C" int diff_float(double*, calib_input in, float* out, int ichan) {
 extern "C" CalibInfo* diff_float_init(int ichan, int nchan, void** params, int nparam, int nout) {
   if (nparam <= 0 || nparam % 2 != 0) {
     fprintf(stderr, "Wrong number of parameters for diff cal function\n");
-    exit(1);
+    exit_status_1();
   }
   std::vector<int> pairs;
   for (int i = 0; i < nparam; ++i) {

@@ -10,6 +10,7 @@
 
 #include "calib/calib_common.h"
 #include "calib/conversions.h"
+#include "base/fatal.h"
 
 namespace {
 const char kVersion[] = "mode 1.0";
@@ -49,7 +50,7 @@ extern "C" int mode(double* time, calib_input in, float* out, int ichan) {
 extern "C" CalibInfo* mode_init(int ichan, int nchan, void** params, int nparam, int nout) {
   if (nparam <= 0 || nparam % 4 != 0) {
     fprintf(stderr, "Illegal number of parameters(%d) to %s, should be multiple of 4\n", nparam, "mode");
-    exit(1);
+    exit_status_1();
   }
   const int ngroups = nparam / 4;
   std::vector<Group> groups(static_cast<size_t>(ngroups));

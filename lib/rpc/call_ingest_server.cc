@@ -33,7 +33,7 @@ char* announcedName() {
     return name;
   }
   if (ai != nullptr) freeaddrinfo(ai);
-  logit(4, "gethostbyname(%s): cannot find address", host);
+  logit(LOG_WARNING, "gethostbyname(%s): cannot find address", host);
   return strdup(host);
 }
 

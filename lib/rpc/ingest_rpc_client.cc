@@ -17,7 +17,7 @@ CLIENT* ingest_rpc_client(const char* ingest_server, int kites_number, bool* ref
   if (clnt == nullptr) {
     char label[300];
     snprintf(label, sizeof label, "%s %s", ingest_server, "ingest");
-    logit(3, "%s", clnt_spcreateerror(label));
+    logit(LOG_ERR, "%s", clnt_spcreateerror(label));
   }
   return clnt;
 }
@@ -34,7 +34,7 @@ bool ingest_rpc_call(CLIENT* clnt, rpcproc_t proc, connect_t* param, int* result
     *refused = (st == RPC_CANTSEND || st == RPC_CANTRECV || st == RPC_SYSTEMERROR) && e.re_errno == ECONNREFUSED;
   }
   if (st != RPC_SUCCESS) {
-    logit(3, "%s", clnt_sperror(clnt, what));
+    logit(LOG_ERR, "%s", clnt_sperror(clnt, what));
     return false;
   }
   return true;

@@ -16,6 +16,7 @@
 #include "time/UTime.h"
 #include "rpc/ingest_client.h"
 #include "base/logit.h"
+#include "base/fatal.h"
 
 // ---------------------------------------------------------------- RawSample
 
@@ -131,7 +132,7 @@ RawDataInput::RawDataInput(int fd_, int ternIndex_, int bufsize)
   act.sa_flags = 0;
   const int sigs[] = {SIGINT, SIGTERM, SIGHUP};
   for (int sig : sigs)
-    if (sigaction(sig, &act, nullptr) != 0) logit(3, "RawDataInput: sigaction(%d): %m", sig);
+    if (sigaction(sig, &act, nullptr) != 0) logit(LOG_ERR, "RawDataInput: sigaction(%d): %m", sig);
 
   // The bytes past the end let a sample's data be copied as one block of
   // RawSample::quickLen bytes however short it is (RawSample::takeData),
@@ -162,7 +163,7 @@ void RawDataInput::sighandler(int sig) {
 }
 
 void RawDataInput::interrupted() {
-  logit(6, "sighandler:  signal= %d", static_cast<int>(lastSignal));
+  logit(LOG_INFO, "sighandler:  signal= %d", static_cast<int>(lastSignal));
   throw oru::InterruptedException(getName(), "readBuffer");
 }
 
@@ -300,7 +301,7 @@ double RawDataInput::guardedSecs(long ms) {
       return accept(ms, t);
     }
     ++n_gt;
-    logit(3, "%s: sample time %s: %d later samples tossed", getName(), TimeText(t).text, n_gt);
+    logit(LOG_ERR, "%s: sample time %s: %d later samples tossed", getName(), TimeText(t).text, n_gt);
     return BIGBANG;
   }
 
@@ -309,17 +310,17 @@ double RawDataInput::guardedSecs(long ms) {
     t0day += 86400.0;
     t += 86400.0;
     n_lt = n_lt_warn = 0;
-    logit(6, "%s: midnight rollover. Sample time: %s", getName(), TimeText(t).text);
+    logit(LOG_INFO, "%s: midnight rollover. Sample time: %s", getName(), TimeText(t).text);
     return accept(ms, t);
   }
   if (n_lt > N_LT_LIMIT) {
     if (checkForMidnightRollover() == 0) {
-      logit(6, "%s: sample time %s: %d earlier samples. Guess it is time to believe them", getName(),
+      logit(LOG_INFO, "%s: sample time %s: %d earlier samples. Guess it is time to believe them", getName(),
             TimeText(t).text, n_lt);
     } else {
       t0day += 86400.0;
       t += 86400.0;
-      logit(6, "%s: sample time %s: Assumed midnight rollover due to %d earlier times received", getName(),
+      logit(LOG_INFO, "%s: sample time %s: Assumed midnight rollover due to %d earlier times received", getName(),
             TimeText(t).text, n_lt);
     }
     n_lt = n_lt_warn = 0;
@@ -328,7 +329,7 @@ double RawDataInput::guardedSecs(long ms) {
   if (ms < lastTT - LT_LIMIT_MSEC) {
     ++n_lt;
     ++n_lt_warn;
-    logit(3, "%s: sample time %s: %d earlier samples tossed", getName(), TimeText(t).text, n_lt);
+    logit(LOG_ERR, "%s: sample time %s: %d earlier samples tossed", getName(), TimeText(t).text, n_lt);
     return BIGBANG;
   }
   if (ms >= lastTT - LT_WARN_MSEC) {
@@ -339,7 +340,7 @@ double RawDataInput::guardedSecs(long ms) {
     n_lt = n_lt_warn = 0;
     return accept(ms, t);
   }
-  logit(3, "%s: sample time %s: %d earlier samples tossed", getName(), TimeText(t).text, n_lt_warn);
+  logit(LOG_ERR, "%s: sample time %s: %d earlier samples tossed", getName(), TimeText(t).text, n_lt_warn);
   return BIGBANG;
 }
 
@@ -381,7 +382,7 @@ FilesRawDataInput::~FilesRawDataInput() {
 
 // Standard input is not ours to close.
 void FilesRawDataInput::closeCurrent() {
-  if (fd > 0 && close(fd) != 0) logit(4, "%s: close: %m", getName());
+  if (fd > 0 && close(fd) != 0) logit(LOG_WARNING, "%s: close: %m", getName());
   fd = -1;
 }
 
@@ -397,11 +398,11 @@ void FilesRawDataInput::openNextFile() {
   setName(fname);
   if (strcmp(fname, "-") == 0) {
     fd = 0;
-    logit(6, "Opened: <stdin>");
+    logit(LOG_INFO, "Opened: <stdin>");
   } else {
     fd = ::open(fname, O_RDONLY | O_CLOEXEC);
     if (fd < 0) throw oru::IOException(fname, "open", errno);
-    logit(6, "Opened: %s", fname);
+    logit(LOG_INFO, "Opened: %s", fname);
   }
   if (ifile < nTimes) {
     const double start = fTimes[ifile];
@@ -424,9 +425,9 @@ IngestRawDataInput::IngestRawDataInput(const char* tern, int ternIndex_, const c
   igp = call_ingest_server(tern, ternIndex_, ingester, ingestChan, socketType == 2, &err);
   if (igp == nullptr) {
     ingest_perror(tern, ingester, err);
-    exit(1);
+    exit_status_1();
   }
-  logit(6, "Connected to ingest %s, port=%d", getName(), static_cast<int>(igp->param.s_port));
+  logit(LOG_INFO, "Connected to ingest %s, port=%d", getName(), static_cast<int>(igp->param.s_port));
   if (socketType == 2) datagramSocket = 1;
   fd = igp->socketfd;
   int size = inputBufSize;
@@ -442,7 +443,7 @@ IngestRawDataInput::IngestRawDataInput(const char* tern, int ternIndex_, const c
 IngestRawDataInput::~IngestRawDataInput() {
   const int r = quit_ingest_server(ternName.c_str(), ternIndex, ingestServer.c_str(), igp);
   if (r != 0) ingest_perror(ternName.c_str(), ingestServer.c_str(), r);
-  if (close(fd) != 0) logit(4, "%s: close: %m", getName());
+  if (close(fd) != 0) logit(LOG_WARNING, "%s: close: %m", getName());
   free_ingest_connect(igp);
 }
 
@@ -450,7 +451,7 @@ void IngestRawDataInput::resetChannels(const ChanBits& bits) {
   const int r = reset_ingest_connection(ternName.c_str(), ternIndex, ingestServer.c_str(), igp, bits);
   if (r != 0) {
     ingest_perror(ternName.c_str(), ingestServer.c_str(), r);
-    exit(1);
+    exit_status_1();
   }
 }
 

@@ -125,7 +125,7 @@ IngestConfig::IngestConfig(const char* configFile) {
         continue;
       }
       if (!in.word(server) || !in.word(port)) {
-        logit(3, "bad line in %s: i = ", path.c_str());  // the table ends inside a record
+        logit(LOG_ERR, "bad line in %s: i = ", path.c_str());  // the table ends inside a record
         break;
       }
       lower = port;
@@ -139,7 +139,7 @@ IngestConfig::IngestConfig(const char* configFile) {
       int i = readSettings(in, baud, parity, databits, stopbits, flow, local);
       if (i < 6) {
         // The count is deliberately not part of the message.
-        logit(3, "bad line in %s: i = ", path.c_str());
+        logit(LOG_ERR, "bad line in %s: i = ", path.c_str());
       } else {
         stns.emplace_back(station.c_str(), server.c_str(), port.c_str(), baud, parity.c_str(), databits,
                           stopbits, flow.c_str(), local.c_str());

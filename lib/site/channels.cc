@@ -11,6 +11,7 @@
 #include "site/channels_grammar.h"
 #include "site/heron_fopen.h"
 #include "base/logit.h"
+#include "base/fatal.h"
 
 TTtype channel_list::_processTimeTag = msecs;
 
@@ -91,8 +92,8 @@ ttloutput_entry::~ttloutput_entry() { free(tern); }
 void channelserror(ChannelParse& p, const char* msg) {
   // The generated parser names a full stack "memory exhausted".
   if (strcmp(msg, "memory exhausted") == 0) msg = "parser stack overflow";
-  logit(3, "Error: %s in line %d of %s", msg, p.scanner->line(), p.file);
-  exit(1);
+  logit(LOG_ERR, "Error: %s in line %d of %s", msg, p.scanner->line(), p.file);
+  exit_status_1();
 }
 
 channel_list::channel_list(const char* file)

@@ -15,7 +15,7 @@ void TTConv::firstUse() {
     init();
   } catch (const oru::Exception& e) {
     _ttType = channel_list::processTimeTagType();
-    logit(4, "%s; time tags are read as %s", e.toString().c_str(),
+    logit(LOG_WARNING, "%s; time tags are read as %s", e.toString().c_str(),
           _ttType == wierd12 ? "wierd12" : "msecs");
   }
 }
