@@ -129,10 +129,7 @@ class ServerProcess {
 
   void start(const std::string& program, const std::vector<std::string>& args) {
     int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
-      error_ = std::string("pipe: ") + strerror(errno);
-      return;
-    }
+    if (pipe2(fds, O_CLOEXEC) != 0) return void(error_ = std::string("pipe: ") + strerror(errno));
     std::vector<char*> argv = {const_cast<char*>(program.c_str())};
     for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
@@ -185,13 +182,8 @@ inline void withdrawProgram(unsigned long prog) { rpcb_unset(static_cast<rpcprog
 class TestIngestServer : public ServerProcess {
  public:
   explicit TestIngestServer(int number, std::vector<std::string> options = {})
-      : ServerProcess(testProgramPath("ingest_test_server"), withFirst(std::to_string(number), options)) {}
-
- protected:
-  static std::vector<std::string> withFirst(std::string first, std::vector<std::string> rest) {
-    rest.insert(rest.begin(), std::move(first));
-    return rest;
-  }
+      : ServerProcess(testProgramPath("ingest_test_server"),
+                      (options.insert(options.begin(), std::to_string(number)), options)) {}
 };
 
 // The ingest test server answering every call to `prog` badly: mode
