@@ -36,7 +36,8 @@ std::string getTernServerEnvVar(const char* name) {
   char* arg = const_cast<char*>(name);  // the stub's argument is not const, but is only read
   char** res = getternserverenv_1(&arg, clnt.get());
   // The text is taken while the client lives: it reads the client's error.
-  if (res == nullptr) throw oru::IOException("ternserver rpc connection", host, trimmed(clnt_sperror(clnt.get(), host)).c_str());
+  if (res == nullptr)
+    throw oru::IOException("ternserver rpc connection", host, trimmed(clnt_sperror(clnt.get(), host)).c_str());
   clnt.reset();
   std::string value(*res != nullptr ? *res : "");
   xdr_free(reinterpret_cast<xdrproc_t>(xdr_wrapstring), reinterpret_cast<char*>(res));

@@ -191,7 +191,8 @@ TEST(IngestPerror, MessagesAndTheirBounds) {
   EXPECT_EQ(perrorText("t", INGEST_ERR_RESET), "t@s: can't reset connection with ingestor\n");
   EXPECT_EQ(perrorText("t", 0) + perrorText("t", -9), "");
   errno = ENOMEM;  // the prefix is cut to its 99 characters
-  EXPECT_EQ(perrorText(std::string(200, 'x').c_str(), -1), "ingest " + std::string(92, 'x') + ": Cannot allocate memory\n");
+  EXPECT_EQ(perrorText(std::string(200, 'x').c_str(), -1),
+            "ingest " + std::string(92, 'x') + ": Cannot allocate memory\n");
 }
 
 }  // namespace
