@@ -4,15 +4,11 @@
 
 ChanBits::ChanBits() : bits(new uint32_t[ARRAY_SIZE]()) {}
 
-ChanBits::ChanBits(const ChanBits& other) : bits(new uint32_t[ARRAY_SIZE]) {
-  for (int i = 0; i < ARRAY_SIZE; ++i) bits[i] = other.bits[i];
-}
+ChanBits::ChanBits(const ChanBits& other) : ChanBits(other.bits.get()) {}
 
 ChanBits::ChanBits(const uint32_t* words) : bits(new uint32_t[ARRAY_SIZE]) {
   for (int i = 0; i < ARRAY_SIZE; ++i) bits[i] = words[i];
 }
-
-ChanBits::~ChanBits() { delete[] bits; }
 
 ChanBits& ChanBits::operator=(const ChanBits& other) {
   for (int i = 0; i < ARRAY_SIZE; ++i) bits[i] = other.bits[i];
@@ -25,14 +21,14 @@ bool ChanBits::operator==(const ChanBits& other) const {
   return true;
 }
 
-void ChanBits::Set(int chan) { set_channel(bits, chan); }
+void ChanBits::Set(int chan) { set_channel(bits.get(), chan); }
 
 void ChanBits::Set(const std::vector<int>& chans) {
-  for (int c : chans) set_channel(bits, c);
+  for (int c : chans) set_channel(bits.get(), c);
 }
 
-void ChanBits::Clear() { clear_all_channels(bits); }
-void ChanBits::Clear(int chan) { clear_channel(bits, chan); }
+void ChanBits::Clear() { clear_all_channels(bits.get()); }
+void ChanBits::Clear(int chan) { clear_channel(bits.get(), chan); }
 
 uint32_t ChanBits::IsSet(int chan) const {
   if (chan < 0 || chan >= NUM_OF_CHANNELS) return 0;

@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+#include <memory>
 #include <vector>
 
 class ChanBits {
@@ -14,7 +15,6 @@ class ChanBits {
   ChanBits();
   ChanBits(const ChanBits& other);
   explicit ChanBits(const uint32_t* words);
-  ~ChanBits();
   ChanBits& operator=(const ChanBits& other);
   bool operator==(const ChanBits& other) const;
 
@@ -27,11 +27,11 @@ class ChanBits {
   int NumSet() const;
   // Set channels in ascending order.
   std::vector<int> Get() const;
-  operator uint32_t*() { return bits; }
-  operator const uint32_t*() const { return bits; }
+  operator uint32_t*() { return bits.get(); }
+  operator const uint32_t*() const { return bits.get(); }
 
  private:
-  uint32_t* bits;
+  std::unique_ptr<uint32_t[]> bits;
 };
 
 #endif

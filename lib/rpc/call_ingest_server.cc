@@ -113,11 +113,11 @@ extern "C" ingest_connect* call_ingest_server(const char* /*kites_name*/, int ki
   memcpy(igp->param.channels.channels_val, channels, CHAN_MASK_WORDS * sizeof(u_int));
   igp->param.channels.channels_len = CHAN_MASK_WORDS;
 
-  CLIENT* clnt = ingest_rpc_client(ingest_server, kites_number, nullptr);
+  RpcClient clnt = ingest_rpc_client(ingest_server, kites_number, nullptr);
   if (clnt == nullptr) return fail(igp, sock, INGEST_ERR_CONNECT, err);
   int result = 0;
-  bool called = ingest_rpc_call(clnt, INGEST_CONNECT, &igp->param, &result, "INGEST_CONNECT failed", nullptr);
-  clnt_destroy(clnt);
+  bool called = ingest_rpc_call(clnt.get(), INGEST_CONNECT, &igp->param, &result, "INGEST_CONNECT failed", nullptr);
+  clnt.reset();
   if (!called) return fail(igp, sock, INGEST_ERR_CONNECT, err);
 
   if (type == SOCK_STREAM) {

@@ -29,19 +29,16 @@ std::string getTernServerEnvVar(const char* name) {
   const char* host = serverHost();
   // The module server answers within 25 seconds or not at all.
   const struct timeval timeout = {25, 0};
-  CLIENT* clnt = heron_clnt_create(host, TERNSERVER, TERNSERVERVERS, &timeout);
+  RpcClient clnt(heron_clnt_create(host, TERNSERVER, TERNSERVERVERS, &timeout));
   if (clnt == nullptr)
     throw oru::IOException("ternserver rpc connection", host, trimmed(clnt_spcreateerror(host)).c_str());
 
   char* arg = const_cast<char*>(name);  // the stub's argument is not const, but is only read
-  char** res = getternserverenv_1(&arg, clnt);
-  if (res == nullptr) {
-    // Take the text before the client goes: it reads the client's error.
-    std::string text = trimmed(clnt_sperror(clnt, host));
-    clnt_destroy(clnt);
-    throw oru::IOException("ternserver rpc connection", host, text.c_str());
-  }
-  clnt_destroy(clnt);
+  char** res = getternserverenv_1(&arg, clnt.get());
+  // The text is taken while the client lives: it reads the client's error.
+  if (res == nullptr)
+    throw oru::IOException("ternserver rpc connection", host, trimmed(clnt_sperror(clnt.get(), host)).c_str());
+  clnt.reset();
   std::string value(*res != nullptr ? *res : "");
   xdr_free(reinterpret_cast<xdrproc_t>(xdr_wrapstring), reinterpret_cast<char*>(res));
   return value;

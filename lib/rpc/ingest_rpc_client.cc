@@ -1,24 +1,21 @@
 #include "rpc/ingest_rpc_client.h"
 
 #include <errno.h>
-#include <stdio.h>
+
+#include <string>
 
 #include "rpc/ingest_client.h"
 #include "base/logit.h"
 #include "rpc/rpc_client.h"
 
-CLIENT* ingest_rpc_client(const char* ingest_server, int kites_number, bool* refused) {
+RpcClient ingest_rpc_client(const char* ingest_server, int kites_number, bool* refused) {
   struct timeval timeout = {INGEST_CALL_TIMEOUT_SECS, 0};
   rpcprog_t prog = static_cast<rpcprog_t>(INGEST_PROG) + static_cast<rpcprog_t>(kites_number);
-  CLIENT* clnt = heron_clnt_create(ingest_server, prog, INGEST_VERS, &timeout);
+  RpcClient clnt(heron_clnt_create(ingest_server, prog, INGEST_VERS, &timeout));
   if (refused != nullptr)
     *refused = clnt == nullptr && rpc_createerr.cf_stat == RPC_SYSTEMERROR &&
                rpc_createerr.cf_error.re_errno == ECONNREFUSED;
-  if (clnt == nullptr) {
-    char label[300];
-    snprintf(label, sizeof label, "%s %s", ingest_server, "ingest");
-    logit(LOG_ERR, "%s", clnt_spcreateerror(label));
-  }
+  if (clnt == nullptr) logit(LOG_ERR, "%s", clnt_spcreateerror((std::string(ingest_server) + " ingest").c_str()));
   return clnt;
 }
 

@@ -7,11 +7,12 @@
 #include <rpc/rpc.h>
 
 #include "rpc/ingest_rpc.h"
+#include "rpc/rpc_client.h"
 
 // A TCP client of program INGEST_PROG + kites_number, version 1 on
-// ingest_server, or NULL after logging the creation error.  When refused is
+// ingest_server, or none after logging the creation error.  When refused is
 // not NULL it is set to whether the server's host refused the connection.
-CLIENT* ingest_rpc_client(const char* ingest_server, int kites_number, bool* refused);
+RpcClient ingest_rpc_client(const char* ingest_server, int kites_number, bool* refused);
 
 // Calls procedure proc with *param and the call time-out, decoding the int
 // result into *result.  On failure logs the error text prefixed by what,

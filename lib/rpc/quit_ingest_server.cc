@@ -8,9 +8,9 @@ extern "C" int quit_ingest_server(const char* /*kites_name*/, int kites_number, 
   // A refused connection means the server is gone, and with it the data
   // connection: that is what was asked for.
   bool refused = false;
-  CLIENT* clnt = ingest_rpc_client(ingest_server, kites_number, &refused);
+  RpcClient clnt = ingest_rpc_client(ingest_server, kites_number, &refused);
   if (clnt == nullptr) return refused ? INGEST_OK : INGEST_ERR_DISCONNECT;
-  bool called = ingest_rpc_call(clnt, INGEST_DISCONNECT, &igp->param, &result, "INGEST_DISCONNECT failed", &refused);
-  clnt_destroy(clnt);
+  bool called =
+      ingest_rpc_call(clnt.get(), INGEST_DISCONNECT, &igp->param, &result, "INGEST_DISCONNECT failed", &refused);
   return called || refused ? INGEST_OK : INGEST_ERR_DISCONNECT;
 }

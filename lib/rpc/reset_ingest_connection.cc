@@ -17,10 +17,9 @@ extern "C" int reset_ingest_connection(const char* /*kites_name*/, int kites_num
   memcpy(igp->param.channels.channels_val, channels, CHAN_MASK_WORDS * sizeof(u_int));
   igp->param.channels.channels_len = CHAN_MASK_WORDS;
 
-  CLIENT* clnt = ingest_rpc_client(ingest_server, kites_number, nullptr);
+  RpcClient clnt = ingest_rpc_client(ingest_server, kites_number, nullptr);
   if (clnt == nullptr) return INGEST_ERR_RESET;
-  bool called = ingest_rpc_call(clnt, INGEST_RESET_CONNECT, &igp->param, &result, "INGEST_RESET_CONNECT failed",
-                                nullptr);
-  clnt_destroy(clnt);
+  bool called = ingest_rpc_call(clnt.get(), INGEST_RESET_CONNECT, &igp->param, &result,
+                                "INGEST_RESET_CONNECT failed", nullptr);
   return called ? INGEST_OK : INGEST_ERR_RESET;
 }

@@ -1,7 +1,6 @@
 # ONC RPC interfaces of the acquisition-module server (ternserver.x) and the
 # ingest server (ingest_rpc.x).  rpcgen writes the header, the XDR codecs and,
-# for the module server, the client stubs at build time; the server side is
-# generated only for the test servers (tests/rpc.cmake).
+# for the module server, the client stubs at build time.
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(TIRPC REQUIRED IMPORTED_TARGET libtirpc)
 find_program(RPCGEN_EXECUTABLE rpcgen REQUIRED)

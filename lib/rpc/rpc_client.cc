@@ -105,20 +105,19 @@ CLIENT* heron_clnt_create(const char* host, rpcprog_t prog, rpcvers_t vers, cons
 
   // Ask the port mapper where the program listens.
   addr.sin_port = htons(PMAPPORT);
-  CLIENT* pm = clientOn(addr, PMAPPROG, PMAPVERS, timeout);
+  RpcClient pm(clientOn(addr, PMAPPROG, PMAPVERS, timeout));
   if (pm == nullptr) return nullptr;
   struct pmap query = {prog, vers, IPPROTO_TCP, 0};
   u_short port = 0;
-  enum clnt_stat st = clnt_call(pm, PMAPPROC_GETPORT, reinterpret_cast<xdrproc_t>(xdr_pmap),
+  enum clnt_stat st = clnt_call(pm.get(), PMAPPROC_GETPORT, reinterpret_cast<xdrproc_t>(xdr_pmap),
                                 reinterpret_cast<char*>(&query), reinterpret_cast<xdrproc_t>(xdr_u_short),
                                 reinterpret_cast<char*>(&port), *timeout);
   if (st != RPC_SUCCESS) {
     rpc_createerr.cf_stat = RPC_PMAPFAILURE;
-    clnt_geterr(pm, &rpc_createerr.cf_error);
-    clnt_destroy(pm);
+    clnt_geterr(pm.get(), &rpc_createerr.cf_error);
     return nullptr;
   }
-  clnt_destroy(pm);
+  pm.reset();
   if (port == 0) {
     rpc_createerr.cf_stat = RPC_PROGNOTREGISTERED;
     return nullptr;

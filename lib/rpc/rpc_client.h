@@ -7,11 +7,19 @@
 
 #include <rpc/rpc.h>
 
+#include <memory>
+
 // A client of program prog, version vers on host, or NULL with rpc_createerr
 // set the way the RPC library sets it (clnt_spcreateerror gives the reason:
 // unknown host, program not registered, port mapper failure, refused or timed-
 // out connection).  Calls on the client wait at most `timeout` too.  The
 // client owns its socket (close-on-exec); clnt_destroy closes it.
 CLIENT* heron_clnt_create(const char* host, rpcprog_t prog, rpcvers_t vers, const struct timeval* timeout);
+
+// A client destroyed (and its socket closed) with its owner.
+struct RpcClientCloser {
+  void operator()(CLIENT* clnt) const { clnt_destroy(clnt); }
+};
+using RpcClient = std::unique_ptr<CLIENT, RpcClientCloser>;
 
 #endif

@@ -11,9 +11,10 @@
 //   clock time  h:m:s with an optional fraction, delivered as seconds
 //   punctuation any other single character, as itself
 //
-// A token longer than kMaxToken characters ends the process with "token
-// too large, exceeds YYLMAX": the files are hand-written tables and such a
-// token means the file is not one.  So does a read error.
+// A token longer than kMaxToken characters is delivered as SCAN_TOOLONG,
+// without a value: the files are hand-written tables and such a token means
+// the file is not one, which the reader reports ("token too large, exceeds
+// YYLMAX").  A read error ends the process.
 #ifndef HERON_CONFIGSCANNER_H
 #define HERON_CONFIGSCANNER_H
 
@@ -28,6 +29,7 @@ enum ScanToken {
   SCAN_REAL = 303,
   SCAN_CLOCK = 304,
   SCAN_JUNK = 305,  // a NUL byte: never valid
+  SCAN_TOOLONG = 306,
 };
 
 // The value of the last token.

@@ -1,7 +1,6 @@
 #include "site/channels.h"
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <memory>
@@ -14,27 +13,19 @@
 #include "base/fatal.h"
 
 TTtype channel_list::_processTimeTag = msecs;
+bool channel_list::_throwOnSyntaxError = false;
 
 namespace {
 
-// Translates and releases a status word.
-portstat statusOf(char* word) {
-  const portstat s = strcmp(word, "on") == 0 ? ON : OFF;
-  free(word);
-  return s;
-}
+portstat statusOf(const std::string& word) { return word == "on" ? ON : OFF; }
 
-// Translates and releases a card word; known is the name of the one card
-// (or two cards) this kind of entry may sit on.
-hardware cardOf(char* word, const char* name1, hardware card1, const char* name2 = nullptr,
+// The card of an entry: one of the one or two cards this kind of entry may
+// sit on, else UNKNOWN.
+hardware cardOf(const std::string& word, const char* name1, hardware card1, const char* name2 = nullptr,
                 hardware card2 = UNKNOWN) {
-  hardware h = UNKNOWN;
-  if (strcmp(word, name1) == 0)
-    h = card1;
-  else if (name2 && strcmp(word, name2) == 0)
-    h = card2;
-  free(word);
-  return h;
+  if (word == name1) return card1;
+  if (name2 && word == name2) return card2;
+  return UNKNOWN;
 }
 
 // Seconds to whole milliseconds, truncated toward zero, held within int.
@@ -45,107 +36,84 @@ int millisecondsOf(double secs) {
   return static_cast<int>(ms);
 }
 
-}  // namespace
-
-serial_entry::serial_entry(char* tern_, char* card_, int chan_, char* status_, char* protocol_,
-                           char* msg_and_conv_)
-    : tern(tern_),
-      card(cardOf(card_, "iv1624", IV1624, "iv3234", IV3234)),
-      protocol(protocol_),
-      msg_and_conv(msg_and_conv_),
-      chan(static_cast<unsigned char>(chan_)),
-      status(statusOf(status_)),
-      next(nullptr) {}
-
-serial_entry::~serial_entry() {
-  free(tern);
-  free(protocol);
-  free(msg_and_conv);
+// Unlinks a list one entry at a time: a long table must not cost a deep
+// recursion of destructors.
+template <class Entry>
+void unlink(std::unique_ptr<Entry>& head) {
+  while (head) head = std::move(head->next);
 }
 
-analog_entry::analog_entry(char* tern_, char* card_, int chan_, float hertz_, char* status_,
-                           float gain_, float offset_)
-    : tern(tern_),
+}  // namespace
+
+serial_entry::serial_entry(std::string tern_, const std::string& card_, int chan_, const std::string& status_,
+                           std::string protocol_, std::string msg_and_conv_)
+    : tern(std::move(tern_)),
+      card(cardOf(card_, "iv1624", IV1624, "iv3234", IV3234)),
+      protocol(std::move(protocol_)),
+      msg_and_conv(std::move(msg_and_conv_)),
+      chan(static_cast<unsigned char>(chan_)),
+      status(statusOf(status_)) {}
+
+analog_entry::analog_entry(std::string tern_, const std::string& card_, int chan_, float hertz_,
+                           const std::string& status_, float gain_, float offset_)
+    : tern(std::move(tern_)),
       card(cardOf(card_, "datel", DATEL)),
       chan(static_cast<unsigned char>(chan_)),
       hertz(hertz_),
       status(statusOf(status_)),
       gain(gain_),
-      offset(offset_),
-      next(nullptr) {}
+      offset(offset_) {}
 
-analog_entry::~analog_entry() { free(tern); }
-
-ttloutput_entry::ttloutput_entry(char* tern_, char* card_, int chan_, double start_, double on_,
-                                 double off_)
-    : tern(tern_),
+ttloutput_entry::ttloutput_entry(std::string tern_, const std::string& card_, int chan_, double start_,
+                                 double on_, double off_)
+    : tern(std::move(tern_)),
       card(cardOf(card_, "datel_ttl_out", DATEL_TTL_OUT)),
       chan(static_cast<unsigned char>(chan_)),
       status(ON),
       start(millisecondsOf(start_)),
       on(millisecondsOf(on_)),
-      off(millisecondsOf(off_)),
-      next(nullptr) {}
-
-ttloutput_entry::~ttloutput_entry() { free(tern); }
+      off(millisecondsOf(off_)) {}
 
 void channelserror(ChannelParse& p, const char* msg) {
   // The generated parser names a full stack "memory exhausted".
   if (strcmp(msg, "memory exhausted") == 0) msg = "parser stack overflow";
-  logit(LOG_ERR, "Error: %s in line %d of %s", msg, p.scanner->line(), p.file);
-  exit_status_1();
+  p.error = "Error: " + std::string(msg) + " in line " + std::to_string(p.scanner->line()) + " of " + p.file;
+  logit(LOG_ERR, "%s", p.error.c_str());
 }
 
-channel_list::channel_list(const char* file)
-    : _file(file), _timeTagType(_processTimeTag), sentry(nullptr), aentry(nullptr),
-      ttlentry(nullptr) {
+channel_list::channel_list(const char* file) : _file(file), _timeTagType(_processTimeTag) {
   FILE* fp;
   try {
     fp = heronFopen(_file, "r");
   } catch (const oru::IOException& e) {
     throw BadConfigurationException(e);
   }
-  // Closed however the parse ends (it can only end early by running out
-  // of memory: syntax errors end the process).
   std::unique_ptr<FILE, int (*)(FILE*)> closer(fp, fclose);
   ConfigScanner scanner(fp, _file.c_str());
-  ChannelParse p{&scanner, _file.c_str(), &sentry, &aentry, &ttlentry, &_processTimeTag, true};
-  try {
-    channelsparse(p);
-  } catch (...) {
-    release();
-    throw;
-  }
+  ChannelParse p{&scanner, _file.c_str(), &sentry, &aentry, &ttlentry, &_processTimeTag, true, std::string()};
+  const int failed = channelsparse(p);
   _timeTagType = _processTimeTag;
+  if (failed == 0) return;
+  // Already logged; nothing of the file is usable.
+  release();
+  if (_throwOnSyntaxError) throw BadConfigurationException(p.error);
+  exit_status_1();
 }
 
 channel_list::~channel_list() { release(); }
 
 void channel_list::release() {
-  // Iteratively: a long table must not cost a deep recursion.
-  while (sentry) {
-    serial_entry* n = sentry->next;
-    delete sentry;
-    sentry = n;
-  }
-  while (aentry) {
-    analog_entry* n = aentry->next;
-    delete aentry;
-    aentry = n;
-  }
-  while (ttlentry) {
-    ttloutput_entry* n = ttlentry->next;
-    delete ttlentry;
-    ttlentry = n;
-  }
+  unlink(sentry);
+  unlink(aentry);
+  unlink(ttlentry);
 }
 
 void channel_list::AnalogGainOffset(const char* tern, int chan, float* gain, float* offset) const {
   *gain = 1.0f;
   *offset = 0.0f;
   if (chan < 0 || chan > 199) return;
-  for (const analog_entry* a = aentry; a; a = a->next)
-    if (a->chan == chan && strcmp(a->tern, tern) == 0) {
+  for (const analog_entry* a = aentry.get(); a; a = a->next.get())
+    if (a->chan == chan && a->tern == tern) {
       *gain = a->gain;
       *offset = a->offset;
       return;

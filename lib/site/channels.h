@@ -6,10 +6,12 @@
 //
 // A channel_list reads its file whole at construction.  A syntax error is
 // not survivable: it is logged as "Error: <what> in line <n> of <file>"
-// and the process exits with status 1.
+// (or "token too large, exceeds YYLMAX") and the process exits with
+// status 1.
 #ifndef HERON_CHANNELS_H
 #define HERON_CHANNELS_H
 
+#include <memory>
 #include <string>
 
 enum hardware { DATEL = 0, IV1624 = 1, IV3234 = 2, DATEL_TTL_OUT = 3, UNKNOWN = 4 };
@@ -19,64 +21,54 @@ enum portstat { ON = 0, OFF = 1 };
 // milliseconds of the day.
 enum TTtype { wierd12 = 0, msecs = 1, unknown = 2 };
 
-// The entries own their strings (malloc'ed, as the scanner delivers them);
-// the card and status words are translated and released.  Card and status
-// words are case-sensitive; unknown ones give UNKNOWN and OFF.
+// Card and status words are case-sensitive; unknown ones give UNKNOWN and
+// OFF.  Each list is owned through its head: an entry owns the next one.
 
 // One serial channel.
 struct serial_entry {
   // card: "iv1624" or "iv3234"; status: "on" or anything else for OFF.
-  serial_entry(char* tern, char* card, int chan, char* status, char* protocol,
-               char* msg_and_conv);
-  ~serial_entry();
-  serial_entry(const serial_entry&) = delete;
-  serial_entry& operator=(const serial_entry&) = delete;
+  serial_entry(std::string tern, const std::string& card, int chan, const std::string& status,
+               std::string protocol, std::string msg_and_conv);
 
-  char* tern;  // acquisition module
+  std::string tern;  // acquisition module
   hardware card;
-  char* protocol;
-  char* msg_and_conv;  // message and conversion text
+  std::string protocol;
+  std::string msg_and_conv;  // message and conversion text
   unsigned char chan;
   portstat status;
-  serial_entry* next;
+  std::unique_ptr<serial_entry> next;
 };
 
 // One analog channel.
 struct analog_entry {
   // card: "datel"; status as for serial channels.
-  analog_entry(char* tern, char* card, int chan, float hertz, char* status, float gain,
-               float offset);
-  ~analog_entry();
-  analog_entry(const analog_entry&) = delete;
-  analog_entry& operator=(const analog_entry&) = delete;
+  analog_entry(std::string tern, const std::string& card, int chan, float hertz, const std::string& status,
+               float gain, float offset);
 
-  char* tern;
+  std::string tern;
   hardware card;
   unsigned char chan;
   float hertz;  // sampling rate
   portstat status;
   float gain;
   float offset;
-  analog_entry* next;
+  std::unique_ptr<analog_entry> next;
 };
 
 // One TTL output; always ON.
 struct ttloutput_entry {
   // card: "datel_ttl_out"; the times in seconds, kept as whole
   // milliseconds (truncated toward zero).
-  ttloutput_entry(char* tern, char* card, int chan, double start, double on, double off);
-  ~ttloutput_entry();
-  ttloutput_entry(const ttloutput_entry&) = delete;
-  ttloutput_entry& operator=(const ttloutput_entry&) = delete;
+  ttloutput_entry(std::string tern, const std::string& card, int chan, double start, double on, double off);
 
-  char* tern;
+  std::string tern;
   hardware card;
   unsigned char chan;
   portstat status;
   int start;  // milliseconds
   int on;
   int off;
-  ttloutput_entry* next;
+  std::unique_ptr<ttloutput_entry> next;
 };
 
 class channel_list {
@@ -97,10 +89,10 @@ class channel_list {
   // name none.
   TTtype timeTagType() const { return _timeTagType; }
 
-  // The entries in file order.
-  const serial_entry* serialEntries() const { return sentry; }
-  const analog_entry* analogEntries() const { return aentry; }
-  const ttloutput_entry* ttlEntries() const { return ttlentry; }
+  // The first entry of each list, in file order; null when there is none.
+  const serial_entry* serialEntries() const { return sentry.get(); }
+  const analog_entry* analogEntries() const { return aentry.get(); }
+  const ttloutput_entry* ttlEntries() const { return ttlentry.get(); }
 
   // The expanded name of the file read.
   const std::string& fileName() const { return _file; }
@@ -108,16 +100,22 @@ class channel_list {
   // The process-wide time-tag type as the files read so far have set it.
   static TTtype processTimeTagType() { return _processTimeTag; }
 
+  // For a program that must outlive bad files (a fuzz driver, a checker):
+  // when set, a syntax error throws BadConfigurationException with the text
+  // that was logged instead of ending the process.
+  static void throwOnSyntaxError(bool on) { _throwOnSyntaxError = on; }
+
  private:
   void release();  // frees the three lists
 
   std::string _file;
   TTtype _timeTagType;
-  serial_entry* sentry;
-  analog_entry* aentry;
-  ttloutput_entry* ttlentry;
+  std::unique_ptr<serial_entry> sentry;
+  std::unique_ptr<analog_entry> aentry;
+  std::unique_ptr<ttloutput_entry> ttlentry;
 
   static TTtype _processTimeTag;
+  static bool _throwOnSyntaxError;
 };
 
 #endif

@@ -3,7 +3,15 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/logit.h"
 #include "site/channels_grammar.h"
+
+// A word as the scanner delivered it (malloc'ed), taken over as a string.
+static std::string take(char* word) {
+  std::string s(word);
+  free(word);
+  return s;
+}
 %}
 
 %code requires {
@@ -38,6 +46,9 @@ int channelslex(CHANNELSSTYPE* lval, ChannelParse& p);
 %type <real> number start
 %type <integer> chan
 
+/* Words still on the stack when a parse fails are released with it. */
+%destructor { free($$); } <word>
+
 %%
 
 file
@@ -48,25 +59,29 @@ file
 record
   : SERIAL WORD WORD chan WORD spare WORD WORD ';'
       {
-        *p.serialTail = new serial_entry($2, $3, static_cast<int>($4), $5, $7, $8);
+        std::string tern = take($2), card = take($3), status = take($5), protocol = take($7);
+        p.serialTail->reset(new serial_entry(tern, card, static_cast<int>($4), status, protocol, take($8)));
         p.serialTail = &(*p.serialTail)->next;
       }
   | ANALOG WORD WORD chan number WORD WORD ';'
       {
         free($7);  /* not used */
-        *p.analogTail = new analog_entry($2, $3, static_cast<int>($4), static_cast<float>($5), $6,
-                                         1.0f, 0.0f);
+        std::string tern = take($2), card = take($3);
+        p.analogTail->reset(new analog_entry(tern, card, static_cast<int>($4), static_cast<float>($5), take($6),
+                                             1.0f, 0.0f));
         p.analogTail = &(*p.analogTail)->next;
       }
   | ANALOG WORD WORD chan number WORD number number ';'
       {
-        *p.analogTail = new analog_entry($2, $3, static_cast<int>($4), static_cast<float>($5), $6,
-                                         static_cast<float>($7), static_cast<float>($8));
+        std::string tern = take($2), card = take($3);
+        p.analogTail->reset(new analog_entry(tern, card, static_cast<int>($4), static_cast<float>($5), take($6),
+                                             static_cast<float>($7), static_cast<float>($8)));
         p.analogTail = &(*p.analogTail)->next;
       }
   | TTL WORD WORD chan start number number ';'
       {
-        *p.ttlTail = new ttloutput_entry($2, $3, static_cast<int>($4), $5, $6, $7);
+        std::string tern = take($2);
+        p.ttlTail->reset(new ttloutput_entry(tern, take($3), static_cast<int>($4), $5, $6, $7));
         p.ttlTail = &(*p.ttlTail)->next;
       }
   | TIMETAG WORD ';'
@@ -79,12 +94,18 @@ record
 chan
   : INT
       {
-        if ($1 < 0 || $1 > 255) channelserror(p, "channel number out of range");
+        if ($1 < 0 || $1 > 255) {
+          channelserror(p, "channel number out of range");
+          YYABORT;
+        }
         $$ = $1;
       }
   | HEX
       {
-        if ($1 < 0 || $1 > 255) channelserror(p, "channel number out of range");
+        if ($1 < 0 || $1 > 255) {
+          channelserror(p, "channel number out of range");
+          YYABORT;
+        }
         $$ = $1;
       }
   ;
@@ -112,6 +133,12 @@ start
 int channelslex(CHANNELSSTYPE* lval, ChannelParse& p) {
   ScanValue v;
   int token = p.scanner->next(&v);
+  if (token == SCAN_TOOLONG) {
+    // Not a syntax error of the file's records: the file is no table at all.
+    p.error = "token too large, exceeds YYLMAX";
+    logit(LOG_ERR, "%s", p.error.c_str());
+    return CHANNELSerror;  // ends the parse without a further message
+  }
   if (token == SCAN_WORD && p.atRecordStart) {
     static const struct {
       const char* word;

@@ -4,24 +4,29 @@
 #ifndef HERON_CHANNELS_GRAMMAR_H
 #define HERON_CHANNELS_GRAMMAR_H
 
+#include <memory>
+#include <string>
+
 #include "site/ConfigScanner.h"
 #include "site/channels.h"
 
 struct ChannelParse {
   ConfigScanner* scanner;
   const char* file;  // for messages
-  serial_entry** serialTail;
-  analog_entry** analogTail;
-  ttloutput_entry** ttlTail;
+  std::unique_ptr<serial_entry>* serialTail;
+  std::unique_ptr<analog_entry>* analogTail;
+  std::unique_ptr<ttloutput_entry>* ttlTail;
   TTtype* timeTag;
   bool atRecordStart;  // the next word may be a record keyword
+  std::string error;   // what was logged when the parse failed
 };
 
-// Parses the whole input; returns 0.  Errors end the process.
+// Parses the whole input: 0, or non-zero after an error was logged (with
+// everything the parser held released).
 int channelsparse(ChannelParse& p);
 
-// Logs "Error: <msg> in line <n> of <file>" at priority 3 and exits with
-// status 1.
-[[noreturn]] void channelserror(ChannelParse& p, const char* msg);
+// Logs "Error: <msg> in line <n> of <file>" at priority 3 and keeps the
+// text in p.error.
+void channelserror(ChannelParse& p, const char* msg);
 
 #endif

@@ -78,10 +78,7 @@ extern "C" FILE* heron_cal_fopen(const char* name, const char* mode) {
 }
 
 FILE* heronFopen(std::string& fname, const char* access) {
-  char* path = heron_expand_name(fname.c_str());
-  if (!path) throw oru::IOException(fname.c_str(), "open", ENOMEM);
-  fname = path;
-  free(path);
+  fname = expand(fname.c_str());
   FILE* fp = fopen(fname.c_str(), access);
   if (!fp) throw oru::IOException(fname.c_str(), "open", errno);
   return fp;

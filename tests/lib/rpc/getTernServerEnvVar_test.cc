@@ -7,23 +7,14 @@
 
 #include "base/Exception.h"
 #include "support/rpc_fixture.h"
-#include "rpc/ternserver.h"
 
 namespace {
 
-// Points the server look-up at the given hosts (null: unset) for the
-// duration of a test.
-class ServerHostEnv {
- public:
-  ServerHostEnv(const char* config, const char* ingest) {
-    for (auto v : {std::make_pair("CONFIG_SERVER", config), std::make_pair("INGEST_SERVER", ingest)})
-      v.second ? setenv(v.first, v.second, 1) : unsetenv(v.first);
-  }
-  ~ServerHostEnv() {
-    unsetenv("CONFIG_SERVER");
-    unsetenv("INGEST_SERVER");
-  }
-};
+// Points the server look-up at the given hosts (null: unset).
+void serverHosts(const char* config, const char* ingest) {
+  config ? setenv("CONFIG_SERVER", config, 1) : unsetenv("CONFIG_SERVER");
+  ingest ? setenv("INGEST_SERVER", ingest, 1) : unsetenv("INGEST_SERVER");
+}
 
 std::string failureText() {
   try {
@@ -35,37 +26,32 @@ std::string failureText() {
 }
 
 TEST(GetTernServerEnvVar, ReadsTheServersEnvironment) {
-  heron_test::TestModuleServer server({"PROJECT=surface-flux", "OPS=ops2", "EMPTY="});
+  heron_test::TestModuleServer server({"PROJECT=surface-flux", "EMPTY="});
   ASSERT_TRUE(server.ok()) << server.error();
-  {
-    ServerHostEnv env(heron_test::kLoopback, "no-such-host.invalid");
-    EXPECT_EQ(getTernServerEnvVar("PROJECT"), "surface-flux");
-    EXPECT_EQ(getTernServerEnvVar("OPS"), "ops2");
-    EXPECT_EQ(getTernServerEnvVar("EMPTY"), "");
-    EXPECT_EQ(getTernServerEnvVar("UNSET"), "");
-  }
-  ServerHostEnv fallback(nullptr, heron_test::kLoopback);  // the ingest server's host
+  serverHosts(heron_test::kLoopback, "no-such-host.invalid");
+  EXPECT_EQ(getTernServerEnvVar("PROJECT"), "surface-flux");
+  EXPECT_EQ(getTernServerEnvVar("EMPTY") + getTernServerEnvVar("UNSET"), "");
+  serverHosts(nullptr, heron_test::kLoopback);  // the ingest server's host
   EXPECT_EQ(getTernServerEnvVar("PROJECT"), "surface-flux");
 }
 
+// One failure of each kind: no such host, nothing registered, a reply that
+// does not decode.
 TEST(GetTernServerEnvVar, FailureNamesTheHostAndTheRpcError) {
-  ASSERT_EQ(heron_test::ensureRpcbind(), "");
+  const std::string prefix = "IOException: ternserver rpc connection: ";
+  serverHosts("no-such-host.invalid", nullptr);
+  EXPECT_EQ(failureText(), prefix + "no-such-host.invalid: no-such-host.invalid: RPC: Unknown host");
+  serverHosts(heron_test::kLoopback, nullptr);
   {
     // Nothing may pose as the module server while we check that none answers.
-    heron_test::FileLock lock(heron_test::moduleServerLockPath());
+    heron_test::FileLock lock(heron_test::kModuleServerLock);
     ASSERT_TRUE(lock.held());
-    ServerHostEnv env(heron_test::kLoopback, nullptr);
-    EXPECT_EQ(failureText(), "IOException: ternserver rpc connection: 127.0.0.1: 127.0.0.1: RPC: Program not registered");
+    ASSERT_EQ(heron_test::ensureRpcbind(), "");
+    EXPECT_EQ(failureText(), prefix + "127.0.0.1: 127.0.0.1: RPC: Program not registered");
   }
-  {
-    heron_test::JunkServer junk(TERNSERVER, "truncated");
-    ASSERT_TRUE(junk.ok()) << junk.error();
-    ServerHostEnv env(heron_test::kLoopback, nullptr);
-    EXPECT_EQ(failureText(), "IOException: ternserver rpc connection: 127.0.0.1: 127.0.0.1: RPC: Can't decode result");
-  }
-  ServerHostEnv env("no-such-host.invalid", nullptr);
-  EXPECT_EQ(failureText(),
-            "IOException: ternserver rpc connection: no-such-host.invalid: no-such-host.invalid: RPC: Unknown host");
+  heron_test::JunkServer junk(heron_test::kModuleServerProgram, "truncated");
+  ASSERT_TRUE(junk.ok()) << junk.error();
+  EXPECT_EQ(failureText(), prefix + "127.0.0.1: 127.0.0.1: RPC: Can't decode result");
 }
 
 }  // namespace

@@ -1,46 +1,41 @@
-// The serving loop shared by the test servers: registration with the local
-// rpcbind on 127.0.0.1 only, a poll loop that ends cleanly on SIGTERM or
-// SIGINT (withdrawing the registration), and an optional periodic tick.
+// What the test servers share: a TCP listener on 127.0.0.1 registered with
+// the local rpcbind, signals that end the serving loop cleanly (SIGTERM or
+// SIGINT, after which the caller withdraws the registration), and the
+// "ready" line that the starting test waits for.
 #ifndef HERON_TESTS_RPC_SERVER_LOOP_H
 #define HERON_TESTS_RPC_SERVER_LOOP_H
 
+#include <poll.h>
 #include <rpc/rpc.h>
-#include <signal.h>
 
+#include <algorithm>
 #include <functional>
 
 namespace rpctest {
 
-using Dispatch = void (*)(struct svc_req*, SVCXPRT*);
+// A listening TCP socket on 127.0.0.1 (any port) whose port rpcbind now
+// gives for prog, version 1, replacing a stale registration.  Blocks SIGTERM
+// and SIGINT outside wait() and ignores SIGPIPE.  Exits with status 2 and a
+// message on failure.
+int listenRegistered(rpcprog_t prog);
 
-// Listens on 127.0.0.1 (any port) and registers program/version with rpcbind
-// for "tcp", replacing a stale registration.  Exits the process with a message
-// on failure.
-SVCXPRT* serveOnLoopback(rpcprog_t prog, rpcvers_t vers, Dispatch dispatch);
+// Withdraws prog, version 1, from rpcbind.
+void unregister(rpcprog_t prog);
 
-// Registers an already listening TCP socket, served by the caller, under
-// program/version with rpcbind.  Returns false on failure.
-bool registerPort(rpcprog_t prog, rpcvers_t vers, int listenfd);
-
-// Withdraws program/version from rpcbind.
-void unregister(rpcprog_t prog, rpcvers_t vers);
-
-// Blocks SIGTERM and SIGINT (they are taken only inside the loop) and ignores
-// SIGPIPE.  Call before announcing readiness.
-void setUpSignals();
-
-// True once SIGTERM or SIGINT arrived.
-bool stopRequested();
-
-// The signal mask to wait with (ppoll): SIGTERM and SIGINT unblocked.
-const sigset_t* waitMask();
-
-// Serves requests until SIGTERM or SIGINT.  When tick is set it runs every
-// tickMillis milliseconds.  Returns normally so the caller can unregister.
-void runLoop(int tickMillis, const std::function<void()>& tick);
-
-// Tells the starting test that the server is registered: one line on stdout.
+// Prints the "ready" line.
 void announceReady();
+
+// ppoll on fds with SIGTERM and SIGINT let through; false once either has
+// arrived (the loop should end).  timeoutMillis < 0 waits without limit.
+bool wait(struct pollfd* fds, nfds_t n, int timeoutMillis);
+
+// Answers procedure 0, the ping of every program; true when rq was one.
+bool answerPing(struct svc_req* rq, SVCXPRT* xprt);
+
+// Serves the RPC transports of this process with dispatch until SIGTERM or
+// SIGINT; tick, when set, runs every tickMillis.
+void serve(int listenfd, rpcprog_t prog, void (*dispatch)(struct svc_req*, SVCXPRT*), int tickMillis,
+           const std::function<void()>& tick);
 
 }  // namespace rpctest
 
