@@ -47,7 +47,7 @@ const char kUsage[] =
     "  -f fmt   strftime format of the sample times, %nF for fractions\n"
     "           (default \"%Y %m %d %H:%M:%S%3F\", with -C \"%s%3F\")\n"
     "  -z zone  time zone of the times given and printed (default UTC)\n"
-    "  --help, --version\n"
+    "  -h, --help, --version\n"
     "FILE \"-\" is standard input.\n";
 
 // One way of reading the data bytes as numbers.

@@ -48,7 +48,7 @@ const char kUsage[] =
     "  -B baud   line speed of DEVICE (default 9600; 23040 means 230400)\n"
     "  -d DEVICE play onto this serial port\n"
     "  -w secs   time PROGRAM has to set the terminal up before playing (default 0.5)\n"
-    "  --help, --version\n"
+    "  -h, --help, --version\n"
     "FILE \"-\" is standard input.\n";
 
 const char kEOM = 3;
