@@ -14,7 +14,6 @@
 #include <fcntl.h>
 #include <getopt.h>
 #include <limits.h>
-#include <math.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
