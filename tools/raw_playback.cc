@@ -12,6 +12,8 @@
 // program's exit status.  See raw_playback.1.
 #include <errno.h>
 #include <fcntl.h>
+#include <getopt.h>
+#include <limits.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
@@ -45,9 +47,14 @@ const char kUsage[] =
     "  -B baud   line speed of DEVICE (default 9600; 23040 means 230400)\n"
     "  -d DEVICE play onto this serial port\n"
     "  -w secs   time PROGRAM has to set the terminal up before playing (default 0.5)\n"
+    "  -h, --help, --version\n"
     "FILE \"-\" is standard input.\n";
 
 const char kEOM = 3;
+
+// Bounds of -s and of -g and -w: a second plays in at most 1000 seconds and
+// at least a microsecond, and no pause is longer than a day.
+const double kMinSpeed = 0.001, kMaxSpeed = 1e6, kMaxSeconds = 86400;
 
 [[noreturn]] void die(const char* what) {
   fprintf(stderr, "raw_playback: %s: %s\n", what, strerror(errno));
@@ -118,11 +125,17 @@ struct Options {
   std::vector<std::string> program;
 };
 
-bool positiveNumber(const char* s, double* out) {
+// A number from low to high (both included) in s, or a message and false.
+// The bounds keep every later conversion to whole milliseconds, nanoseconds
+// and time_t within range.
+bool numberIn(const char* what, const char* s, double low, double high, double* out) {
   char* end;
   errno = 0;
   double v = strtod(s, &end);
-  if (errno != 0 || end == s || *end != '\0' || !(v >= 0)) return false;
+  if (errno != 0 || end == s || *end != '\0' || !(v >= low && v <= high)) {
+    fprintf(stderr, "raw_playback: bad %s \"%s\" (a number from %.10g to %.10g)\n%s", what, s, low, high, kUsage);
+    return false;
+  }
   *out = v;
   return true;
 }
@@ -282,31 +295,31 @@ int playToProgram(const Options& o) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  static const struct option kLong[] = {
+      {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {nullptr, 0, nullptr, 0}};
   Options o;
   int opt;
-  while ((opt = getopt(argc, argv, "+nhs:g:B:d:w:")) != -1) {
+  while ((opt = getopt_long(argc, argv, "+nhs:g:B:d:w:", kLong, nullptr)) != -1) {
     switch (opt) {
       case 'n': o.paced = false; break;
       case 's':
-        if (!positiveNumber(optarg, &o.speed) || o.speed <= 0) {
-          fprintf(stderr, "raw_playback: bad speed \"%s\"\n%s", optarg, kUsage);
-          return 1;
-        }
+        if (!numberIn("speed", optarg, kMinSpeed, kMaxSpeed, &o.speed)) return 1;
         break;
       case 'g':
-        if (!positiveNumber(optarg, &o.maxGap)) {
-          fprintf(stderr, "raw_playback: bad gap \"%s\"\n%s", optarg, kUsage);
-          return 1;
-        }
+        if (!numberIn("gap", optarg, 0, kMaxSeconds, &o.maxGap)) return 1;
         break;
       case 'w':
-        if (!positiveNumber(optarg, &o.setupWait)) {
-          fprintf(stderr, "raw_playback: bad wait \"%s\"\n%s", optarg, kUsage);
-          return 1;
-        }
+        if (!numberIn("wait", optarg, 0, kMaxSeconds, &o.setupWait)) return 1;
         break;
-      case 'B': o.baud = atoi(optarg); break;
+      case 'B': {
+        double baud;
+        if (!numberIn("baud", optarg, 0, INT_MAX, &baud)) return 1;
+        o.baud = static_cast<int>(baud);
+        break;
+      }
       case 'd': o.device = optarg; break;
+      case 'h': fputs(kUsage, stdout); return 0;
+      case 'V': printf("raw_playback (%s) %s\n", HERON_PACKAGE, HERON_VERSION); return 0;
       default: fputs(kUsage, stderr); return 1;
     }
   }

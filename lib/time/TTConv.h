@@ -30,6 +30,10 @@ class TTConv {
   // The type in force; unknown before the first conversion or init().
   static TTtype type() { return _ttType; }
 
+  // Puts t in force for the rest of the process instead of the site's (a
+  // tool told the type on its command line); no file is read then.
+  static void setType(TTtype t) { _ttType = t; }
+
  private:
   // init(), and when the file cannot be read a logged warning and the
   // process-wide type known so far, so that no later conversion retries.
