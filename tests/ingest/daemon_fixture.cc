@@ -13,17 +13,13 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 
 namespace {
-double now() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return ts.tv_sec + ts.tv_nsec / 1e9;
-}
+using Clock = std::chrono::steady_clock;
 
 // In the child, before exec: a private /dev holding only what the program
 // needs, with "log" leading to the test's socket.
@@ -44,10 +40,6 @@ bool privateDev(const std::string& dir) {
 }  // namespace
 
 DaemonSite::DaemonSite() {
-  if (geteuid() != 0) {
-    unavailable_ = "needs root for a private /dev";
-    return;
-  }
   chmod(dir().c_str(), 0755);  // the set-user-id test's user reads the table
   mkdir((dir() + "/olddev").c_str(), 0755);
   mkdir((dir() + "/reports").c_str(), 0777);
@@ -64,18 +56,13 @@ DaemonSite::DaemonSite() {
   // Orphans of the daemon (the supervisor after it detaches, its children
   // after it ends) come to us, so they can be waited for and cleaned up.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
-  pid_t probe = fork();
-  if (probe == 0) _exit(privateDev(dir()) ? 0 : 1);
-  int status = 0;
-  waitpid(probe, &status, 0);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) unavailable_ = "cannot make a private /dev here";
+  if (start("/bin/true", {}, -1, {"-"}) != 0) unavailable_ = "cannot make a private /dev here (needs root)";
 }
 
 DaemonSite::~DaemonSite() {
   for (const Report& r : reports(0, 0))
     for (const char* key : {"pid", "parent"}) kill(atoi(r.at(key).c_str()), SIGKILL);
-  while (waitpid(-1, nullptr, WNOHANG) > 0) {
-  }
+  while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
   for (int fd : ptyFds_) close(fd);
   if (logFd_ >= 0) close(logFd_);
 }
@@ -84,8 +71,7 @@ std::string DaemonSite::addPort(int mode) {
   int master, slave;
   char name[64];
   if (openpty(&master, &slave, name, nullptr, nullptr) < 0) return "";
-  fcntl(master, F_SETFD, FD_CLOEXEC);
-  fcntl(slave, F_SETFD, FD_CLOEXEC);
+  for (int fd : {master, slave}) fcntl(fd, F_SETFD, FD_CLOEXEC);
   chmod(name, mode);
   ptyFds_.insert(ptyFds_.end(), {master, slave});
   return name;
@@ -121,7 +107,7 @@ std::string DaemonSite::waitLog(const std::string& text) {
   for (const std::string& m : messages_)
     if (m.find(text) != std::string::npos) return m;
   char buf[2048];
-  for (double end = now() + 10; now() < end;) {
+  for (auto end = Clock::now() + std::chrono::seconds(10); Clock::now() < end;) {
     struct pollfd p = {logFd_, POLLIN, 0};
     ssize_t n = poll(&p, 1, 100) > 0 ? recv(logFd_, buf, sizeof buf, 0) : 0;
     std::string line(buf, n > 0 ? n : 0);  // "<pri>Mmm dd hh:mm:ss name[pid]: text"
@@ -133,19 +119,19 @@ std::string DaemonSite::waitLog(const std::string& text) {
 }
 
 bool DaemonSite::waitDaemonExit() {
-  for (double end = now() + 10; now() < end; usleep(50000))
+  for (auto end = Clock::now() + std::chrono::seconds(10); Clock::now() < end; usleep(50000))
     if (waitpid(-1, nullptr, WNOHANG) > 0) return true;
   return false;
 }
 
 std::vector<DaemonSite::Report> DaemonSite::reports(size_t n, double seconds) {
   std::vector<Report> out;
-  for (double end = now() + seconds;; usleep(50000)) {
+  for (auto end = Clock::now() + std::chrono::duration<double>(seconds);; usleep(50000)) {
     out.clear();
     DIR* d = opendir((dir() + "/reports").c_str());
     while (struct dirent* e = d ? readdir(d) : nullptr) {
-      std::string name = e->d_name;  // "<station>.<pid>", written whole
-      if (name[0] == '.' || name.size() < 4 || name.compare(name.size() - 4, 4, ".tmp") == 0) continue;
+      std::string name = e->d_name;  // "<station>.<pid>"; "." and a report being written start with "."
+      if (name[0] == '.') continue;
       std::ifstream in(dir() + "/reports/" + name);
       Report r{{"pid", name.substr(name.rfind('.') + 1)}};
       for (std::string line; std::getline(in, line);)
@@ -153,6 +139,6 @@ std::vector<DaemonSite::Report> DaemonSite::reports(size_t n, double seconds) {
       out.push_back(r);
     }
     if (d) closedir(d);
-    if (out.size() >= n || now() >= end) return out;
+    if (out.size() >= n || Clock::now() >= end) return out;
   }
 }

@@ -11,19 +11,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <string>
 
 namespace {
-// Appends what fd delivers to `got` until it holds n newlines, the stream
-// ends, or 5 seconds pass without news.
-void readLines(int fd, std::string& got, size_t n) {
-  char buf[4096];
-  struct pollfd p = {fd, POLLIN, 0};
-  for (ssize_t k = 1; k > 0 && static_cast<size_t>(std::count(got.begin(), got.end(), '\n')) < n;)
-    if ((k = poll(&p, 1, 5000) > 0 ? read(fd, buf, sizeof buf) : 0) > 0) got.append(buf, k);
-}
-
 // The expected dumps, written independently of the program with printf.
 std::string expectedDump(const std::string& bytes, bool hex) {
   std::string out;
@@ -51,8 +41,7 @@ TEST(Dump, EveryByteInItsFormEachReadPrintedAtOnce) {
     int master, slave;
     char name[64];
     ASSERT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0);
-    fcntl(master, F_SETFD, FD_CLOEXEC);  // or hanging up would not reach the port
-    fcntl(slave, F_SETFD, FD_CLOEXEC);
+    for (int fd : {master, slave}) fcntl(fd, F_SETFD, FD_CLOEXEC);  // or hanging up would not reach the port
     FILE* out = popen((std::string(SERIAL_INGEST_BIN) + (hex ? " -H" : " -O") + " -L -d " + name + " 2>&1").c_str(), "r");
     struct termios t;  // ready once serial_ingest has put its 128-byte reads in place
     for (int i = 0; i < 500 && !(tcgetattr(slave, &t) == 0 && t.c_cc[VMIN] == 128); ++i) usleep(10000);
@@ -63,7 +52,10 @@ TEST(Dump, EveryByteInItsFormEachReadPrintedAtOnce) {
     // way the first 8 lines must be out before any more bytes arrive.
     EXPECT_EQ(write(master, bytes.data(), 136), 136);
     std::string got;
-    readLines(fileno(out), got, 9);
+    char line[256];
+    setvbuf(out, nullptr, _IONBF, 0);  // so that poll sees every byte not yet taken
+    struct pollfd p = {fileno(out), POLLIN, 0};
+    for (int k = 0; k < 9 && poll(&p, 1, 5000) > 0 && fgets(line, sizeof line, out); ++k) got += line;
     size_t nine = 0;  // the "Opened:" line and 8 lines of dump
     for (int k = 0; k < 9; ++k) nine = want.find('\n', nine) + 1;
     EXPECT_EQ(got.substr(0, nine), want.substr(0, nine)) << hex;
@@ -71,7 +63,7 @@ TEST(Dump, EveryByteInItsFormEachReadPrintedAtOnce) {
     usleep(100000);  // a hang-up discards what the line has not yet taken in
     close(slave);
     close(master);
-    readLines(fileno(out), got, SIZE_MAX);
+    while (fgets(line, sizeof line, out)) got += line;
     EXPECT_EQ(got, want) << hex;
     EXPECT_EQ(pclose(out), 1 << 8);  // exit status 1
   }

@@ -8,11 +8,9 @@
 
 #include <string>
 
-#include "SerialIngest.h"
-#include "base/logit.h"
+#include "SerialIngest.h"  // logs to standard error: nothing here opens the system log
 
 TEST(SignalHandler, ReportsUnknownChildren) {
-  syslogit = 0;
   char* argv[] = {const_cast<char*>("serial_ingest"), nullptr};
   SerialIngest app(1, argv);
   pid_t exited = fork();
@@ -21,8 +19,7 @@ TEST(SignalHandler, ReportsUnknownChildren) {
   if (killed == 0) pause();
   kill(killed, SIGKILL);
   siginfo_t info;  // both have ended before the handler looks
-  waitid(P_PID, exited, &info, WEXITED | WNOWAIT);
-  waitid(P_PID, killed, &info, WEXITED | WNOWAIT);
+  for (pid_t pid : {exited, killed}) waitid(P_PID, pid, &info, WEXITED | WNOWAIT);
   testing::internal::CaptureStderr();
   app.signalHandler(SIGCHLD);
   const std::string err = testing::internal::GetCapturedStderr();

@@ -3,7 +3,8 @@
 // $INGEST_STANDIN_DIR and then waits to be killed:
 //
 //   argv: <station> <descriptor> <device>
-//   report "<station>.<pid>": one "key=value" per line
+//   report "<station>.<pid>": one "key=value" per line, written as
+//   ".<station>.<pid>" and renamed when whole
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
@@ -32,8 +33,8 @@ int main(int argc, char** argv) {
   struct stat in, null;
   bool stdinNull = fstat(0, &in) == 0 && stat("/dev/null", &null) == 0 && in.st_rdev == null.st_rdev;
 
-  std::string path = std::string(dir) + "/" + argv[0] + "." + std::to_string(getpid());
-  std::string tmp = path + ".tmp";
+  std::string name = std::string(argv[0]) + "." + std::to_string(getpid());
+  std::string path = std::string(dir) + "/" + name, tmp = std::string(dir) + "/." + name;
   FILE* f = fopen(tmp.c_str(), "w");
   if (!f) return 3;
   auto env = [](const char* name) { return getenv(name) ? getenv(name) : "(unset)"; };
