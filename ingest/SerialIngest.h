@@ -1,11 +1,12 @@
-// The serial_ingest application: chooses the mode from the command line,
-// opens ports, dumps their traffic, and (in daemon mode) supervises one
-// acquisition process per configured port.
+// The serial_ingest application object: chooses the mode from the command
+// line and runs it.  Its work lies in one file per job: the single-port
+// outputs (SerialIngestOutput.cc), the supervisor of daemon mode
+// (SerialIngestDaemon.cc), and leaving the terminal and the privileges
+// (detach.h).
 #ifndef SERIAL_INGEST_H
 #define SERIAL_INGEST_H
 
 #include <signal.h>
-#include <sys/types.h>
 
 #include <map>
 #include <memory>
@@ -55,11 +56,6 @@ class SerialIngest {
   int octout(TTy* tty);
   int hexout(TTy* tty);
 
-  // Opens and configures an instrument port: line settings, raw input,
-  // flow control, 128-byte reads.  The caller owns the result.
-  TTy* opentty(const char* name, int baud, const char* parity, int databits, int stopbits,
-               const char* flowcontrol, int local);
-
   static void staticSignalHandler(int sig);
   void signalHandler(int sig);
 
@@ -87,15 +83,5 @@ class SerialIngest {
 
   static SerialIngest* _instance;
 };
-
-// Leaves the controlling terminal: forks (the parent exits 0), closes every
-// descriptor, points the standard streams away from the terminal and starts
-// a new session.
-void disassociate();
-
-// Gives up any set-user-id or set-group-id privilege for good: real,
-// effective and saved ids all become uid and gid.  False (errno set) when
-// that cannot be done or verified.
-bool dropPrivileges(uid_t uid, gid_t gid);
 
 #endif

@@ -3,15 +3,9 @@
 
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 #include <unistd.h>
 
 SerialIngestRunstring* SerialIngestRunstring::_instance = nullptr;
-
-bool knownFlowControl(const char* word) {
-  return strcmp(word, "none") == 0 || strcmp(word, "RTS") == 0 || strcmp(word, "CTS") == 0 ||
-         strcmp(word, "RTSCTS") == 0;
-}
 
 SerialIngestRunstring::SerialIngestRunstring(int argc, char** argv)
     : ttyname(nullptr),
@@ -57,6 +51,10 @@ SerialIngestRunstring::SerialIngestRunstring(int argc, char** argv)
   }
   if (badOption) Usage(argv[0]);
   _instance = this;
+}
+
+LineSettings SerialIngestRunstring::lineSettings() const {
+  return LineSettings{baud, parity, databits, stopbits, flowcontrol, clocal};
 }
 
 void SerialIngestRunstring::Usage(const char* argv0) {

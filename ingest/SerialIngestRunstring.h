@@ -4,6 +4,8 @@
 #ifndef SERIAL_INGEST_RUNSTRING_H
 #define SERIAL_INGEST_RUNSTRING_H
 
+#include "port/LineSettings.h"
+
 class SerialIngestRunstring {
  public:
   enum outType { SAMPLE = 0, OCTCHAR = 1, HEX = 2 };
@@ -14,6 +16,9 @@ class SerialIngestRunstring {
   static SerialIngestRunstring* instance() { return _instance; }
 
   [[noreturn]] void Usage(const char* argv0);
+
+  // The port's line settings as given: -B, -P, -D, -T, -F and -L.
+  LineSettings lineSettings() const;
 
   // The strings point into argv or at the built-in defaults.
   const char* ttyname;
@@ -33,8 +38,5 @@ class SerialIngestRunstring {
  private:
   static SerialIngestRunstring* _instance;
 };
-
-// True for the four flow-control words a port accepts.
-bool knownFlowControl(const char* word);
 
 #endif

@@ -33,10 +33,7 @@ const int kModemBits[9] = {TIOCM_LE,  TIOCM_DTR, TIOCM_RTS, TIOCM_ST, TIOCM_SR,
                            TIOCM_CTS, TIOCM_CD,  TIOCM_RNG, TIOCM_DSR};
 }  // namespace
 
-TTy::TTy(const char* name)
-    : _tio(), _fd(-1), _savep(nullptr), _savebuf(nullptr), _savelen(0), _savealloc(0), _name(strdup(name)) {
-  if (!_name) throw std::bad_alloc();
-}
+TTy::TTy(const char* name) : _tio(), _fd(-1), _savep(nullptr), _savelen(0), _name(name) {}
 
 TTy::TTy(const char* name, int fd) : TTy(name) {
   _fd = fd;
@@ -48,14 +45,12 @@ TTy::TTy(const char* name, int fd) : TTy(name) {
 
 TTy::~TTy() {
   if (_fd >= 0) ::close(_fd);
-  free(_name);
-  delete[] _savebuf;
 }
 
-void TTy::fail(const char* operation) const { throw oru::IOException(_name, operation, errno); }
+void TTy::fail(const char* operation) const { throw oru::IOException(_name.c_str(), operation, errno); }
 
 int TTy::open(int mode) {
-  int fd = ::open(_name, mode);
+  int fd = ::open(_name.c_str(), mode);
   if (fd < 0) fail("open");
   if (_fd >= 0) ::close(_fd);
   _fd = fd;
@@ -206,13 +201,9 @@ int TTy::readline(char* buf, int len) {
       if (ch == '\n') {
         int rest = static_cast<int>(end - out);
         if (rest > 0) {
-          if (rest > _savealloc) {
-            delete[] _savebuf;
-            _savebuf = new char[rest];
-            _savealloc = rest;
-          }
-          memcpy(_savebuf, out, rest);
-          _savep = _savebuf;
+          if (static_cast<size_t>(rest) > _savebuf.size()) _savebuf.assign(rest, '\0');
+          memcpy(_savebuf.data(), out, rest);
+          _savep = _savebuf.data();
           _savelen = rest;
         }
         *out = '\0';
@@ -226,18 +217,15 @@ int TTy::readline(char* buf, int len) {
 
 int TTy::readchar() {
   if (_savelen <= 0) {
-    if (_savealloc == 0) {
-      _savebuf = new char[512];
-      _savealloc = 512;
-    }
-    ssize_t n = ::read(_fd, _savebuf, _savealloc);
+    if (_savebuf.empty()) _savebuf.assign(512, '\0');
+    ssize_t n = ::read(_fd, _savebuf.data(), _savebuf.size());
     if (n < 0) {
       _savelen = 0;
       fail("read");
     }
     if (n == 0) return 0;
     _savelen = static_cast<int>(n);
-    _savep = _savebuf;
+    _savep = _savebuf.data();
   }
   --_savelen;
   return static_cast<signed char>(*_savep++);

@@ -8,6 +8,9 @@
 
 #include <termios.h>
 
+#include <string>
+#include <vector>
+
 class TTy {
  public:
   // Names the device; nothing is opened.
@@ -24,7 +27,7 @@ class TTy {
   // open(mode) followed by set_usual(...).
   int open(int mode, int baud, const char* parity, int charsize, int stopb, int local);
 
-  const char* getName() const { return _name; }
+  const char* getName() const { return _name.c_str(); }
   int fd() const { return _fd; }
 
   // Speed, parity, character size, stop bits, CREAD and CLOCAL in the control
@@ -76,11 +79,10 @@ class TTy {
 
   struct termios _tio;
   int _fd;
-  char* _savep;
-  char* _savebuf;
-  int _savelen;
-  int _savealloc;
-  char* _name;
+  char* _savep;                // next unread look-ahead byte in _savebuf
+  std::vector<char> _savebuf;  // sized 512 by readchar, grown by readline
+  int _savelen;                // unread look-ahead bytes at _savep
+  std::string _name;
 };
 
 #endif

@@ -27,6 +27,10 @@ IngestConfigEntry::IngestConfigEntry(const char* sn, const char* is, const char*
 IngestConfigEntry::IngestConfigEntry(const char* sn, const char* is, const char* pn)
     : stationName(sn), ingestServer(is), portName(pn), type(SOCKET), baud(0), databits(0), stopbits(0) {}
 
+LineSettings IngestConfigEntry::lineSettings() const {
+  return LineSettings{baud, parity, databits, stopbits, flowcontrol, local == "local" || local == "LOCAL"};
+}
+
 namespace {
 // The table is a stream of words read the way formatted input reads them: a
 // word is any run of non-blank characters (of any length), and a number is

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "port/LineSettings.h"
+
 enum ingestType { SERIALPORT = 0, SOCKET = 1 };
 
 struct IngestConfigEntry {
@@ -19,6 +21,11 @@ struct IngestConfigEntry {
                     int sb, const char* fc, const char* l);
   // A socket record: the line settings are empty or 0 and mean nothing.
   IngestConfigEntry(const char* sn, const char* is, const char* pn);
+
+  // The line settings of a serial record, for opening its port: the local
+  // word "local" or "LOCAL" means ignore the modem lines, any other word
+  // means modem control.
+  LineSettings lineSettings() const;
 
   std::string stationName;
   std::string ingestServer;

@@ -1,7 +1,6 @@
 #include "ingest/daemon_fixture.h"
 
 #include <dirent.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
@@ -12,84 +11,44 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
-#include <map>
-#include <sstream>
 
 namespace {
-double now() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return ts.tv_sec + ts.tv_nsec / 1e9;
-}
+using Clock = std::chrono::steady_clock;
 
 // In the child, before exec: a private /dev holding only what the program
 // needs, with "log" leading to the test's socket.
 bool privateDev(const std::string& dir) {
   std::string old = dir + "/olddev";
-  if (unshare(CLONE_NEWNS) < 0) return false;
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) < 0) return false;
-  if (mount("/dev", old.c_str(), nullptr, MS_BIND | MS_REC, nullptr) < 0) return false;
-  if (mount("tmpfs", "/dev", "tmpfs", 0, "mode=755") < 0) return false;
+  if (unshare(CLONE_NEWNS) < 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) < 0 ||
+      mount("/dev", old.c_str(), nullptr, MS_BIND | MS_REC, nullptr) < 0 ||
+      mount("tmpfs", "/dev", "tmpfs", 0, "mode=755") < 0)
+    return false;
   for (const char* name : {"null", "zero", "urandom", "random", "ptmx", "console", "tty"}) {
     std::string target = old + "/" + name;
     if (access(target.c_str(), F_OK) == 0 && symlink(target.c_str(), (std::string("/dev/") + name).c_str()) < 0)
       return false;
   }
-  if (mkdir("/dev/pts", 0755) < 0) return false;
-  if (mount((old + "/pts").c_str(), "/dev/pts", nullptr, MS_BIND, nullptr) < 0) return false;
-  return symlink((dir + "/log.sock").c_str(), "/dev/log") == 0;
+  return mkdir("/dev/pts", 0755) == 0 && mount((old + "/pts").c_str(), "/dev/pts", nullptr, MS_BIND, nullptr) == 0 &&
+         symlink((dir + "/log.sock").c_str(), "/dev/log") == 0;
 }
 }  // namespace
 
-std::string DaemonLog::waitFor(const std::string& text, double seconds) {
-  for (const std::string& m : messages)
-    if (m.find(text) != std::string::npos) return m;
-  double end = now() + seconds;
-  char buf[2048];
-  while (now() < end) {
-    struct pollfd p = {fd, POLLIN, 0};
-    if (poll(&p, 1, 100) <= 0) continue;
-    ssize_t n = recv(fd, buf, sizeof buf, 0);
-    if (n <= 0) continue;
-    std::string line(buf, n);
-    // "<pri>Mmm dd hh:mm:ss name[pid]: text"
-    size_t open = line.find('['), close = line.find("]: ");
-    if (open == std::string::npos || close == std::string::npos) continue;
-    pids.push_back(atoi(line.c_str() + open + 1));
-    messages.push_back(line.substr(close + 3));
-    if (messages.back().find(text) != std::string::npos) return messages.back();
-  }
-  return "";
-}
-
 DaemonSite::DaemonSite() {
-  if (geteuid() != 0) {
-    unavailable_ = "needs root for a private /dev";
-    return;
-  }
-  char tmpl[] = "/tmp/daemonsiteXXXXXX";
-  if (!mkdtemp(tmpl)) {
-    unavailable_ = "mkdtemp failed";
-    return;
-  }
-  dir_ = tmpl;
-  chmod(dir_.c_str(), 0755);
-  mkdir((dir_ + "/olddev").c_str(), 0755);
-  mkdir((dir_ + "/reports").c_str(), 0777);
-  chmod((dir_ + "/reports").c_str(), 0777);
-  log.fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  struct sockaddr_un sun;
-  memset(&sun, 0, sizeof sun);
+  chmod(dir().c_str(), 0755);  // the set-user-id test's user reads the table
+  mkdir((dir() + "/olddev").c_str(), 0755);
+  mkdir((dir() + "/reports").c_str(), 0777);
+  chmod((dir() + "/reports").c_str(), 0777);
+  logFd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  struct sockaddr_un sun = {};
   sun.sun_family = AF_UNIX;
-  snprintf(sun.sun_path, sizeof sun.sun_path, "%s/log.sock", dir_.c_str());
-  if (log.fd < 0 || bind(log.fd, reinterpret_cast<struct sockaddr*>(&sun), sizeof sun) < 0) {
+  snprintf(sun.sun_path, sizeof sun.sun_path, "%s/log.sock", dir().c_str());
+  if (logFd_ < 0 || bind(logFd_, reinterpret_cast<struct sockaddr*>(&sun), sizeof sun) < 0) {
     unavailable_ = std::string("cannot make the log socket: ") + strerror(errno);
     return;
   }
@@ -97,44 +56,29 @@ DaemonSite::DaemonSite() {
   // Orphans of the daemon (the supervisor after it detaches, its children
   // after it ends) come to us, so they can be waited for and cleaned up.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
-  pid_t probe = fork();
-  if (probe == 0) _exit(privateDev(dir_) ? 0 : 1);
-  int status = 0;
-  waitpid(probe, &status, 0);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) unavailable_ = "cannot make a private /dev here";
+  if (start("/bin/true", {}, -1, {"-"}) != 0) unavailable_ = "cannot make a private /dev here (needs root)";
 }
 
 DaemonSite::~DaemonSite() {
-  // Every process left (the supervisor, the stand-ins) is ours by now or
-  // the supervisor's; end them all.
-  std::vector<int> pids;
-  for (const Report& r : reports(0, 0)) pids.push_back(r.pid);
-  if (daemonPid_ > 0) pids.push_back(daemonPid_);
-  for (int pid : pids) kill(pid, SIGKILL);
-  while (waitpid(-1, nullptr, WNOHANG) > 0) {
-  }
+  for (const Report& r : reports(0, 0))
+    for (const char* key : {"pid", "parent"}) kill(atoi(r.at(key).c_str()), SIGKILL);
+  while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
   for (int fd : ptyFds_) close(fd);
-  if (log.fd >= 0) close(log.fd);
-  if (!dir_.empty()) system(("rm -rf " + dir_).c_str());
+  if (logFd_ >= 0) close(logFd_);
 }
 
 std::string DaemonSite::addPort(int mode) {
   int master, slave;
   char name[64];
   if (openpty(&master, &slave, name, nullptr, nullptr) < 0) return "";
-  fcntl(master, F_SETFD, FD_CLOEXEC);
-  fcntl(slave, F_SETFD, FD_CLOEXEC);
+  for (int fd : {master, slave}) fcntl(fd, F_SETFD, FD_CLOEXEC);
   chmod(name, mode);
-  ptyFds_.push_back(master);
-  ptyFds_.push_back(slave);
+  ptyFds_.insert(ptyFds_.end(), {master, slave});
   return name;
 }
 
 void DaemonSite::writeConfig(const std::string& text) {
-  std::string tmp = configPath() + ".tmp";
-  std::ofstream(tmp) << text;
-  chmod(tmp.c_str(), 0644);
-  rename(tmp.c_str(), configPath().c_str());
+  rename(site_.writeOps("ingest.conf.tmp", text).c_str(), configPath().c_str());
 }
 
 int DaemonSite::start(const std::string& program, const std::vector<std::string>& env, int uid,
@@ -142,11 +86,9 @@ int DaemonSite::start(const std::string& program, const std::vector<std::string>
   if (args.empty()) args = {"-z", "-c", configPath()};
   pid_t pid = fork();
   if (pid == 0) {
-    if (!privateDev(dir_)) _exit(126);
-    std::string path = std::string("PATH=") + INGEST_STANDIN_DIR + ":" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
-    std::string reports = "INGEST_STANDIN_DIR=" + dir_ + "/reports";
-    putenv(strdup(path.c_str()));
-    putenv(strdup(reports.c_str()));
+    if (!privateDev(dir())) _exit(126);
+    setenv("PATH", (std::string(INGEST_STANDIN_DIR ":") + (getenv("PATH") ? getenv("PATH") : "/bin")).c_str(), 1);
+    setenv("INGEST_STANDIN_DIR", (dir() + "/reports").c_str(), 1);
     for (const std::string& e : env) putenv(strdup(e.c_str()));
     if (uid >= 0 && (setgroups(0, nullptr) < 0 || setresgid(uid, uid, uid) < 0 || setresuid(uid, uid, uid) < 0))
       _exit(125);
@@ -161,59 +103,42 @@ int DaemonSite::start(const std::string& program, const std::vector<std::string>
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-int DaemonSite::daemonPid() {
-  if (daemonPid_ == 0 && !log.waitFor("started, config: ").empty()) {
-    for (size_t i = 0; i < log.messages.size(); ++i)
-      if (log.messages[i].find("started, config: ") != std::string::npos) daemonPid_ = log.pids[i];
+std::string DaemonSite::waitLog(const std::string& text) {
+  for (const std::string& m : messages_)
+    if (m.find(text) != std::string::npos) return m;
+  char buf[2048];
+  for (auto end = Clock::now() + std::chrono::seconds(10); Clock::now() < end;) {
+    struct pollfd p = {logFd_, POLLIN, 0};
+    ssize_t n = poll(&p, 1, 100) > 0 ? recv(logFd_, buf, sizeof buf, 0) : 0;
+    std::string line(buf, n > 0 ? n : 0);  // "<pri>Mmm dd hh:mm:ss name[pid]: text"
+    if (line.find("]: ") == std::string::npos) continue;
+    messages_.push_back(line.substr(line.find("]: ") + 3));
+    if (messages_.back().find(text) != std::string::npos) return messages_.back();
   }
-  return daemonPid_;
+  return "";
+}
+
+bool DaemonSite::waitDaemonExit() {
+  for (auto end = Clock::now() + std::chrono::seconds(10); Clock::now() < end; usleep(50000))
+    if (waitpid(-1, nullptr, WNOHANG) > 0) return true;
+  return false;
 }
 
 std::vector<DaemonSite::Report> DaemonSite::reports(size_t n, double seconds) {
-  double end = now() + seconds;
   std::vector<Report> out;
-  for (;;) {
+  for (auto end = Clock::now() + std::chrono::duration<double>(seconds);; usleep(50000)) {
     out.clear();
-    DIR* d = opendir((dir_ + "/reports").c_str());
+    DIR* d = opendir((dir() + "/reports").c_str());
     while (struct dirent* e = d ? readdir(d) : nullptr) {
-      std::string name = e->d_name;
-      if (name[0] == '.' || name.size() < 4 || name.compare(name.size() - 4, 4, ".tmp") == 0) continue;
-      std::ifstream in(dir_ + "/reports/" + name);
-      std::map<std::string, std::string> kv;
-      std::string line;
-      while (std::getline(in, line)) {
-        size_t eq = line.find('=');
-        if (eq != std::string::npos) kv[line.substr(0, eq)] = line.substr(eq + 1);
-      }
-      Report r;
-      r.pid = atoi(name.substr(name.rfind('.') + 1).c_str());
-      r.station = kv["station"];
-      r.device = kv["device"];
-      r.sameport = kv["same_port"];
-      r.vmin = kv["vmin"];
-      r.uids = kv["uids"];
-      r.ingestServer = kv["INGEST_SERVER"];
-      r.project = kv["PROJECT"];
-      r.ops = kv["OPS"];
-      r.sigintBlocked = kv["sigint_blocked"];
+      std::string name = e->d_name;  // "<station>.<pid>"; "." and a report being written start with "."
+      if (name[0] == '.') continue;
+      std::ifstream in(dir() + "/reports/" + name);
+      Report r{{"pid", name.substr(name.rfind('.') + 1)}};
+      for (std::string line; std::getline(in, line);)
+        if (line.find('=') != std::string::npos) r[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
       out.push_back(r);
     }
     if (d) closedir(d);
-    if (out.size() >= n || now() >= end) return out;
-    usleep(50000);
+    if (out.size() >= n || Clock::now() >= end) return out;
   }
-}
-
-bool DaemonSite::waitDaemonExit(double seconds) {
-  if (daemonPid() <= 0) return false;
-  double end = now() + seconds;
-  while (now() < end) {
-    int status;
-    if (waitpid(daemonPid_, &status, WNOHANG) == daemonPid_) {
-      daemonPid_ = 0;
-      return true;
-    }
-    usleep(50000);
-  }
-  return false;
 }

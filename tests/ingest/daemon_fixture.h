@@ -1,20 +1,16 @@
 // Runs serial_ingest -z for real: its ports are pseudo-terminals, its
-// children are the stand-in "Ingest", and its system log is a datagram socket
-// of the test's own, reached through a private /dev in a mount namespace
-// (so the machine's own /dev/log, if any, is never touched).  Needs root.
+// children the stand-in "Ingest" (which reports what it was handed), and its
+// system log a datagram socket of the test's own, reached through a private
+// /dev in a mount namespace (the machine's own /dev/log is never touched).
+// The site is a scratch install root.  Needs root.
 #ifndef HERON_TESTS_DAEMON_FIXTURE_H
 #define HERON_TESTS_DAEMON_FIXTURE_H
 
+#include <map>
 #include <string>
 #include <vector>
 
-struct DaemonLog {
-  int fd = -1;
-  std::vector<std::string> messages;  // the text after "name[pid]: "
-  std::vector<int> pids;
-  // The first message containing `text`, waiting up to `seconds`; "" if none.
-  std::string waitFor(const std::string& text, double seconds = 10);
-};
+#include "support/scratch_site.h"
 
 class DaemonSite {
  public:
@@ -22,43 +18,41 @@ class DaemonSite {
   ~DaemonSite();
 
   // Why the fixture cannot run here ("" when it can).
-  std::string unavailable() const { return unavailable_; }
+  const std::string& unavailable() const { return unavailable_; }
 
-  // A new pseudo-terminal port; returns its device name.  Its slave stays
-  // open in the test so the line never hangs up.
+  // A new pseudo-terminal port; returns its device name.  The test keeps
+  // its slave open so the line never hangs up.
   std::string addPort(int mode = 0620);
+  // Replaces ingest.conf at once, so a pass never reads half of it.
   void writeConfig(const std::string& text);
-  std::string configPath() const { return dir_ + "/ingest.conf"; }
-  const std::string& dir() const { return dir_; }
+  std::string configPath() const { return site_.opsDir() + "/ingest.conf"; }
+  const std::string& dir() const { return site_.root(); }
 
-  // Starts `program` -z -c <config> in the private namespace, with the
-  // stand-in first on PATH and `env` added; runs it as `uid` when not -1.
-  // Returns the exit status of the process started (the daemon itself has
-  // detached by then).
+  // Runs `program` (default -z -c <config>) in the private namespace with the
+  // stand-in first on PATH and `env` added, as `uid` when not -1; returns
+  // the exit status of that process (the daemon has detached by then).
   int start(const std::string& program, const std::vector<std::string>& env, int uid = -1,
             std::vector<std::string> args = {});
 
-  // The supervisor's pid, from its first log line ("" timeout gives 0).
-  int daemonPid();
+  // The first log message (the text after "name[pid]: ") containing `text`,
+  // waiting up to 10 seconds; "" if none came.
+  std::string waitLog(const std::string& text);
+  // Waits up to 10 seconds for the supervisor to end: the detached
+  // supervisor is this process's child (it is a subreaper), and the only one
+  // that ends by itself.
+  static bool waitDaemonExit();
 
-  struct Report {
-    int pid = 0;
-    std::string station, device, sameport, vmin, uids, ingestServer, project, ops, sigintBlocked;
-  };
-  // Reports of stand-ins started so far, waiting until at least n exist.
+  // The stand-ins' reports ("key" -> "value", and "pid"; "parent" is the
+  // supervisor), waiting until at least n exist or 10 seconds pass.
+  using Report = std::map<std::string, std::string>;
   std::vector<Report> reports(size_t n, double seconds = 10);
 
-  // Waits for the supervisor to end (it is our child through the subreaper
-  // setting); true when it did within the time.
-  bool waitDaemonExit(double seconds = 10);
-
-  DaemonLog log;
-
  private:
-  std::string dir_;
+  ScratchSite site_;
   std::string unavailable_;
+  int logFd_ = -1;
+  std::vector<std::string> messages_;
   std::vector<int> ptyFds_;
-  int daemonPid_ = 0;
 };
 
 #endif

@@ -3,7 +3,8 @@
 // $INGEST_STANDIN_DIR and then waits to be killed:
 //
 //   argv: <station> <descriptor> <device>
-//   report "<station>.<pid>": one "key=value" per line
+//   report "<station>.<pid>": one "key=value" per line, written as
+//   ".<station>.<pid>" and renamed when whole
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
@@ -29,16 +30,19 @@ int main(int argc, char** argv) {
   getresuid(&r, &e, &s);
   sigset_t mask;
   sigprocmask(SIG_SETMASK, nullptr, &mask);
+  struct stat in, null;
+  bool stdinNull = fstat(0, &in) == 0 && stat("/dev/null", &null) == 0 && in.st_rdev == null.st_rdev;
 
-  std::string path = std::string(dir) + "/" + argv[0] + "." + std::to_string(getpid());
-  std::string tmp = path + ".tmp";
+  std::string name = std::string(argv[0]) + "." + std::to_string(getpid());
+  std::string path = std::string(dir) + "/" + name, tmp = std::string(dir) + "/." + name;
   FILE* f = fopen(tmp.c_str(), "w");
   if (!f) return 3;
   auto env = [](const char* name) { return getenv(name) ? getenv(name) : "(unset)"; };
   fprintf(f, "station=%s\ndevice=%s\nsame_port=%d\nvmin=%d\nuids=%d %d %d\n", argv[0], argv[2],
           samePort, vmin, (int)r, (int)e, (int)s);
   fprintf(f, "INGEST_SERVER=%s\nPROJECT=%s\nOPS=%s\n", env("INGEST_SERVER"), env("PROJECT"), env("OPS"));
-  fprintf(f, "sigint_blocked=%d\n", sigismember(&mask, SIGINT));
+  fprintf(f, "sigint_blocked=%d\nparent=%d\nsession=%d\nstdin_null=%d\n", sigismember(&mask, SIGINT),
+          (int)getppid(), (int)getsid(0), stdinNull);
   fclose(f);
   rename(tmp.c_str(), path.c_str());  // the report appears whole
   for (;;) pause();
