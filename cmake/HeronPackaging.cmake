@@ -14,8 +14,15 @@ set(CPACK_PACKAGE_NAME ${HERON_PACKAGE_NAME})
 set(CPACK_PACKAGE_VENDOR "the heron acquisition software authors")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "serial front end of a field data-acquisition network")
-set(CPACK_PACKAGE_DESCRIPTION
-  "serial_ingest opens the serial ports of an acquisition computer and either dumps their traffic, prints the raw samples an acquisition module sends, or, as a daemon, starts and supervises one acquisition process per configured port.\n.\nThe package also holds raw_dump and raw_playback, the heron library (raw samples, site configuration readers, time, remote-procedure clients, calibration functions) with its headers, CMake and pkg-config files, and a systemd unit, rsyslog rule and logrotate file for the daemon.")
+string(CONCAT CPACK_PACKAGE_DESCRIPTION
+  "serial_ingest opens the serial ports of an acquisition computer and\n"
+  "dumps their traffic, prints the raw samples an acquisition module sends\n"
+  "or, as a daemon, starts and supervises one acquisition process per port.\n"
+  ".\n"
+  "The package also holds raw_dump and raw_playback, the heron library (raw\n"
+  "samples, site configuration readers, time, remote-procedure clients,\n"
+  "calibration functions) with its headers, CMake and pkg-config files, and\n"
+  "a systemd unit, rsyslog rule and logrotate file for the daemon.")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_STRIP_FILES TRUE)
@@ -42,7 +49,10 @@ else()
 endif()
 file(WRITE ${PROJECT_BINARY_DIR}/debian/conffiles
   "${_etc}/logrotate.d/serial_ingest\n${_etc}/rsyslog.d/30-serial_ingest.conf\n")
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/conffiles)
+# The shared libraries: dpkg runs ldconfig once after all packages of a run.
+file(WRITE ${PROJECT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_BINARY_DIR}/debian/conffiles ${PROJECT_BINARY_DIR}/debian/triggers)
 
 # Debian wants a changelog beside the copyright file.
 string(TIMESTAMP HERON_DEB_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
