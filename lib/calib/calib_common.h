@@ -5,6 +5,7 @@
 
 #include <stddef.h>
 
+#include <initializer_list>
 #include <vector>
 
 #include "calib/calib_func.h"
@@ -20,6 +21,16 @@ constexpr float CALIB_MISSING_TEST = 1e36f;
 // standard error, and exits with status 1.
 [[noreturn]] void calib_init_fail(const char* module, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
+
+// Checks that an init function got min .. max parameters; otherwise reports
+// "Invalid number of parameters, should be <min>" where one count is allowed,
+// else "Invalid number of parameters (<nparam>), should be <min> or <max>"
+// ("<min> to <max>" for a wider range), as calib_init_fail does.
+void calib_check_nparam(const char* module, int nparam, int min, int max);
+
+// A CalibInfo for nout outputs with the module's version and these units in
+// output order (a surplus unit is dropped).
+CalibInfo* calib_info(const char* version, int nout, std::initializer_list<const char*> units);
 
 // Reports a failed allocation as "<what>: <system error>" and exits with 1.
 [[noreturn]] void calib_alloc_fail(const char* what);

@@ -22,8 +22,7 @@ extern "C" int power(double*, calib_input in, float* out, int ichan) {
 
 // Parameters: V0, A, B, C [numbers], unit [text, optional].
 extern "C" CalibInfo* power_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  if (nparam < 4 || nparam > 5)
-    calib_init_fail("power", "Invalid number of parameters (%d), should be 4 or 5\n", nparam);
+  calib_check_nparam("power", nparam, 4, 5);
   Coefs c;
   c.v0 = static_cast<float>(calib_param_double(params, 0));
   c.a = static_cast<float>(calib_param_double(params, 1));

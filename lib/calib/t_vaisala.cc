@@ -22,7 +22,7 @@ extern "C" int t_vaisala(double*, calib_input in, float* out, int ichan) {
 
 // Parameters: A0, A1, A2 [numbers].  Output in degC.
 extern "C" CalibInfo* t_vaisala_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  if (nparam != 3) calib_init_fail("t_vaisala", "Invalid number of parameters, should be 3\n");
+  calib_check_nparam("t_vaisala", nparam, 3, 3);
   const Coefs c{static_cast<float>(calib_param_double(params, 0)),
                 static_cast<float>(calib_param_double(params, 1)),
                 static_cast<float>(calib_param_double(params, 2))};

@@ -28,7 +28,7 @@ extern "C" int thermistor(double*, calib_input in, float* out, int ichan) {
 
 // Parameters: A0, A1, A2, A3, K [numbers].  Output in degK.
 extern "C" CalibInfo* thermistor_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  if (nparam != 5) calib_init_fail("thermistor", "Invalid number of parameters, should be 5\n");
+  calib_check_nparam("thermistor", nparam, 5, 5);
   Coefs c;
   c.a0 = static_cast<float>(calib_param_double(params, 0));
   c.a1 = static_cast<float>(calib_param_double(params, 1));
