@@ -67,6 +67,11 @@ class UseTable {
   std::vector<T> entries_;
 };
 
+// Parameters first, first+1, ... as floats, into the variables given in order.
+inline void calib_param_floats(void** params, int first, std::initializer_list<float*> to) {
+  for (float* f : to) *f = static_cast<float>(calib_param_double(params, first++));
+}
+
 // The unit of an optional text parameter: the text when present, else "".
 inline const char* calib_optional_unit(void** params, int nparam, int i) {
   return i < nparam ? calib_param_string(params, i) : "";

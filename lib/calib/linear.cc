@@ -7,13 +7,11 @@ UseTable<Line> lines;
 }
 
 extern "C" int linear(double*, calib_input in, float* out, int ichan) {
-  out[0] = lines[ichan].at(in.volts);
-  return 0;
+  return line_convert(lines[ichan], in.volts, out);
 }
 
 // Parameters: slope, intercept [numbers], unit [text, optional].
 extern "C" CalibInfo* linear_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  calib_check_nparam("linear", nparam, 2, 3);
-  return fixed_line_init("linear", "linear 1.0", lines, calib_optional_unit(params, nparam, 2), ichan,
-                         nchan, params, nout);
+  return fixed_line_init("linear", "linear 1.0", lines, 2, 3, calib_optional_unit(params, nparam, 2),
+                         ichan, nchan, params, nparam, nout);
 }

@@ -1,7 +1,9 @@
 #include "calib/linear_family.h"
 
-CalibInfo* fixed_line_init(const char* module, const char* version, UseTable<Line>& lines,
-                           const char* unit, int ichan, int nchan, void** params, int nout) {
+CalibInfo* fixed_line_init(const char* module, const char* version, UseTable<Line>& lines, int min,
+                           int max, const char* unit, int ichan, int nchan, void** params, int nparam,
+                           int nout) {
+  calib_check_nparam(module, nparam, min, max);
   Line l;
   l.slope = static_cast<float>(calib_param_double(params, 0));
   l.intcpt = static_cast<float>(calib_param_double(params, 1));

@@ -18,11 +18,20 @@ struct Line {
   float at(float volts) const { return intcpt + slope * (volts - x0); }
 };
 
-// The line of parameters 0 (slope) and 1 (intercept), stored for use ichan
-// when nchan is nonzero; returns the CalibInfo with unit and the summary
-// "slope=%.2f, intcpt=%.2f".  The caller has checked the parameter count.
-CalibInfo* fixed_line_init(const char* module, const char* version, UseTable<Line>& lines,
-                           const char* unit, int ichan, int nchan, void** params, int nout);
+// The conversion of a line at volts into out[0]; the value is also written
+// to *publish when that is not null.  Returns 0.
+inline int line_convert(const Line& l, float volts, float* out, float* publish = nullptr) {
+  out[0] = l.at(volts);
+  if (publish) *publish = out[0];
+  return 0;
+}
+
+// The line of parameters 0 (slope) and 1 (intercept) of min .. max
+// parameters, stored for use ichan when nchan is nonzero; returns the
+// CalibInfo with unit and the summary "slope=%.2f, intcpt=%.2f".
+CalibInfo* fixed_line_init(const char* module, const char* version, UseTable<Line>& lines, int min,
+                           int max, const char* unit, int ichan, int nchan, void** params, int nparam,
+                           int nout);
 
 // One use of a line taken from the records of a loaded calibration file.
 struct FileLine {

@@ -8,17 +8,14 @@ UseTable<Line> lines;
 }
 
 extern "C" int plinear(double*, calib_input in, float* out, int ichan) {
-  out[0] = lines[ichan].at(in.volts);
-  sharedValues[SHARED_PRESSURE] = out[0];
-  return 0;
+  return line_convert(lines[ichan], in.volts, out, &sharedValues[SHARED_PRESSURE]);
 }
 
 // Parameters: slope, intercept [numbers], unit [text, optional], initial
 // station pressure in mb [number, optional].
 extern "C" CalibInfo* plinear_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  calib_check_nparam("plinear", nparam, 2, 4);
-  CalibInfo* info = fixed_line_init("plinear", "plinear 1.0", lines, calib_optional_unit(params, nparam, 2),
-                                    ichan, nchan, params, nout);
+  CalibInfo* info = fixed_line_init("plinear", "plinear 1.0", lines, 2, 4,
+                                    calib_optional_unit(params, nparam, 2), ichan, nchan, params, nparam, nout);
   if (nchan > 0 && nparam > 3) sharedValues[SHARED_PRESSURE] = static_cast<float>(calib_param_double(params, 3));
   return info;
 }

@@ -9,15 +9,12 @@ UseTable<float> latest;
 }  // namespace
 
 extern "C" int t_AIR(double*, calib_input in, float* out, int ichan) {
-  out[0] = lines[ichan].at(in.volts);
-  temp_AIR[ichan] = out[0];
-  return 0;
+  return line_convert(lines[ichan], in.volts, out, &temp_AIR[ichan]);
 }
 
 // Parameters: slope, intercept [numbers].  Output in degC.
 extern "C" CalibInfo* t_AIR_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  calib_check_nparam("t_AIR", nparam, 2, 2);
-  CalibInfo* info = fixed_line_init("t_AIR", "t_AIR 1.0", lines, "degC", ichan, nchan, params, nout);
+  CalibInfo* info = fixed_line_init("t_AIR", "t_AIR 1.0", lines, 2, 2, "degC", ichan, nchan, params, nparam, nout);
   if (nchan > 0) {
     latest.prepare("t_AIR", ichan, nchan) = CALIB_MISSING;
     temp_AIR = latest.data();
