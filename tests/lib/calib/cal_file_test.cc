@@ -1,5 +1,6 @@
-// Calibration files: the loaded form and its time stamps, the choice of
-// record by sample time, parse faults, and the line form with its time texts.
+// Calibration files: the loaded form and its time stamps, parse faults, and
+// the line form with its time texts.  The choice of record by sample time is
+// checked through the conversions that use it (conversions_test.cc).
 #include <time.h>
 
 #include "calib/cal_file.h"
@@ -49,23 +50,6 @@ TEST(CalFile, TimeStampFormsAndValues) {
   EXPECT_EQ(parse("# nothing yet\n\n")->nrecords, 0);
 }
 
-TEST(CalFile, RecordChoiceBySampleTime) {
-  CalPtr cal = parse("2004 1 00:00 1\n2004 1 01:00 2\n2004 1 02:00 3\n2004 1 03:00 4\n");
-  cal_select sel;
-  cal_select_start(&sel, cal.get());
-  // Sample time, whether a record came into force, the value in force (0: none).
-  const double steps[][3] = {{k2004 - 1, 0, 0},           // before the first record
-                             {k2004, 1, 1},               // a record applies from its own time
-                             {k2004 + 3599.9, 0, 1},      //
-                             {k2004 + 2.5 * 3600, 1, 3},  // two passed: the later wins
-                             {k2004 + 1e9, 1, 4},         // the last applies for ever
-                             {k2004 + 2e9, 0, 4}};
-  for (const auto& s : steps) {
-    EXPECT_EQ(cal_select_update(&sel, s[0]), s[1]) << s[0] - k2004;
-    EXPECT_EQ(sel.in_force ? sel.in_force[0] : 0, s[2]) << s[0] - k2004;
-  }
-}
-
 TEST(CalFile, ParseFaultsNameTheirLine) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(parse("2004 1 00:00 1 @ 2\n")->ndata, 2);        // reported and skipped
@@ -83,12 +67,9 @@ TEST(CalRec, LineFormRecordsInUtcWhateverTheZone) {
   setenv("TZ", "America/Denver", 1);  // summer time in force on these dates
   tzset();
   std::string text =
-      "# time                     slope  intercept\n"
-      "\n"
+      "# time                     slope  intercept\n\n"
       "2004 jul 1 12:00:30.25     1.5    2.5\n"
-      "   # only a comment\n"
-      "1.0 2.0\n"                                   // no time text: skipped
-      "7\n"                                         // too few fields: skipped
+      "   # only a comment\n1.0 2.0\n7\n"          // no time text, too few fields: skipped
       "04 7 1 123456.5            3.0    -1   # after a comment mark\n"
       "2004 183 12:00:00.5        oops   4\n"       // a bad field leaves its value
       + std::string(300, ' ') + "\n";               // a long line read in pieces

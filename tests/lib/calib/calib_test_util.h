@@ -13,40 +13,25 @@
 #include "calib/calib_func.h"
 #include "support/scratch_site.h"
 
-// A parameter list of numbers and texts, in order: Params{2, 1, "W/m2"}.
-class Params {
- public:
-  struct Arg {
-    Arg(double v) : num(v) {}
-    Arg(int v) : num(v) {}  // 0 is a number, not a null text
-    Arg(const char* s) : text(s), isText(true) {}
-    Arg(const std::string& s) : text(s), isText(true) {}
-    double num = 0;
-    std::string text;
-    bool isText = false;
-  };
-  Params(std::initializer_list<Arg> args) : args_(args) {}
-  // The pointers as an init function takes them, valid while this lives.
-  void** get() {
-    ptrs_.clear();
-    for (Arg& a : args_) ptrs_.push_back(a.isText ? static_cast<void*>(&a.text[0]) : &a.num);
-    return ptrs_.data();
-  }
-  int size() const { return static_cast<int>(args_.size()); }
-
- private:
-  std::vector<Arg> args_;
-  std::vector<void*> ptrs_;
+// One parameter, a number or a text: Params{2, 1, "W/m2"}.
+struct Arg {
+  Arg(double v) : num(v) {}
+  Arg(int v) : num(v) {}  // 0 is a number, not a null text
+  Arg(const char* s) : text(s), isText(true) {}
+  Arg(const std::string& s) : text(s), isText(true) {}
+  double num = 0;
+  std::string text;
+  bool isText = false;
 };
+using Params = std::vector<Arg>;
 
-struct InfoDeleter {
-  void operator()(CalibInfo* i) const { FreeCalibInfo(i); }
-};
-using InfoPtr = std::unique_ptr<CalibInfo, InfoDeleter>;
+using InfoPtr = std::unique_ptr<CalibInfo, decltype(&FreeCalibInfo)>;
 
 // Initialises use ichan of nchan of the named function.
 inline InfoPtr init(const char* name, Params p, int nout = 1, int ichan = 0, int nchan = 1) {
-  return InfoPtr(init_function(name)(ichan, nchan, p.get(), p.size(), nout));
+  std::vector<void*> ptrs;
+  for (Arg& a : p) ptrs.push_back(a.isText ? static_cast<void*>(&a.text[0]) : &a.num);
+  return InfoPtr(init_function(name)(ichan, nchan, ptrs.data(), static_cast<int>(ptrs.size()), nout), FreeCalibInfo);
 }
 
 // Writes a calibration file beneath the install root; returns the name that

@@ -35,7 +35,6 @@ TEST(CalibInfo, SurplusUnitsAndLongSummaries) {
   CalibInfoSetUnits(info, 3, "m/s", "degC", "mb");  // the surplus is dropped
   CalibInfoAppendUnits(info, "extra");
   EXPECT_EQ(std::vector<std::string>(info->units, info->units + info->iout), (std::vector<std::string>{"m/s", "degC"}));
-  CalibInfoSetParamString(info, "%s", "first");  // replaced, not leaked
   CalibInfoSetParamString(info, "%s", std::string(600, 'x').c_str());
   EXPECT_EQ(strlen(info->paramString), 511u);
   FreeCalibInfo(info);
@@ -49,10 +48,8 @@ TEST(CalibInfo, SurplusUnitsAndLongSummaries) {
 TEST(InitDeathTest, FaultsReportedByEachInitFunction) {
   ScratchSite site;
   calFile(site, "one.cal", "2004 1 00:00 1\n");
-  calFile(site, "two.cal", "2004 1 00:00 1 2\n");
   calFile(site, "empty.cal", "# nothing\n");
   calFile(site, "bad.cal", "2004 1 00:00 1 2 3\n2004 2 00:00 1 2\n");
-  calFile(site, "short.cal", "2004 1 00:00 0 0 0 0 0 0\n");
   calFile(site, "shift.cal", "2004 1 00:00 0 0 0 0 0 0 12\n");
   auto E = [](const char* module) { return "Error: " + std::string(module) + " calibration function error\n"; };
   const struct {
@@ -71,8 +68,8 @@ TEST(InitDeathTest, FaultsReportedByEachInitFunction) {
                                  "First record contained time \\+ 3 data elements\n"
                                  "Current record contains time \\+ 2 data elements\n"
                                  "syntax error in line 2 of calibration file: bad.cal\n", 1, 0},
-      {"td_linear_dt", {"two.cal"}, E("td_linear_dt") + "Calibration file two.cal has 2 values per record, should have 3\n", 1, 0},
-      {"fis_linear", {"two.cal"}, E("fis_linear") + "Calibration file two.cal has 2 values per record, should have 4\n", 1, 0},
+      {"td_linear_dt", {"one.cal"}, E("td_linear_dt") + "Calibration file one.cal has 1 values per record, should have 3\n", 1, 0},
+      {"fis_linear", {"one.cal"}, E("fis_linear") + "Calibration file one.cal has 1 values per record, should have 4\n", 1, 0},
       {"td_linear_interp", {"empty.cal"}, E("td_linear_interp") + "Calibration file empty.cal holds no record\n", 1, 0},
       {"poly", {"V", 1, 1, 1, 1, 1, 1, 1}, E("poly") + "Assertion order\\[ichan\\] < 6 failed", 1, 0},
       {"diff_float", {1, 2, 3}, "Wrong number of parameters for diff cal function", 1, 0},
@@ -83,7 +80,7 @@ TEST(InitDeathTest, FaultsReportedByEachInitFunction) {
       {"wind_gill", {"one.cal", 1}, E("wind_gill") + "Invalid number of outputs \\(2\\), should be 4\n", 2, 0},
       {"sonic_csat3", {"one.cal"}, E("sonic_csat3") + "Invalid number of parameters \\(1\\), should be 3 to 5\n", 9, 0},
       {"sonic_csat3", {"one.cal", 1200, 4}, E("sonic_csat3") + "Invalid number of outputs \\(8\\), should be 9\n", 8, 0},
-      {"sonic_csat3", {"short.cal", 1200, 4}, E("sonic_csat3") + "Calibration file short.cal has 6 values per record, should have 7\n", 9, 0},
+      {"sonic_csat3", {"one.cal", 1200, 4}, E("sonic_csat3") + "Calibration file one.cal has 1 values per record, should have 7\n", 9, 0},
       {"sonic_csat3", {"shift.cal", 1200, 4}, E("sonic_csat3") + "Record shift 12 in shift.cal", 9, 0},
   };
   for (const auto& c : cases)
