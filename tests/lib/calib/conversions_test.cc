@@ -18,13 +18,12 @@ std::string B(const char (&bytes)[N]) {
 // One sample: its time, its input (volts, or a record when rec is set), the
 // outputs wanted, and how much the conversion moves the time.
 struct Step {
-  Step(double t, float volts, std::vector<float> out, double dt = 0) : t(t), volts(volts), out(out), dt(dt) {}
+  Step(double t, float volts, std::vector<float> out, double dt = 0) : t(t), dt(dt), volts(volts), out(out) {}
   Step(double t, std::string rec, std::vector<float> out) : t(t), rec(rec), out(out) {}
-  double t;
+  double t, dt = 0;
   float volts = 0;
   std::string rec;
   std::vector<float> out;
-  double dt = 0;
 };
 
 struct Case {
@@ -101,9 +100,7 @@ TEST(Conversions, ByNameWithParametersInputsAndUnits) {
     EXPECT_EQ(init(c.name, c.params, nout, 0, 0)->iout, nout);  // a description only
     InfoPtr info = init(c.name, c.params, nout);
     EXPECT_EQ(std::vector<std::string>(info->units, info->units + info->iout), c.units);
-    if (c.summary) {
-      EXPECT_STREQ(info->paramString, c.summary);
-    }
+    EXPECT_STREQ(info->paramString, c.summary ? c.summary : info->paramString);
     calib_func_t f = calib_function(c.name);
     for (const Step& s : c.steps) {
       std::vector<float> out(c.units.size(), -99.0f);

@@ -58,9 +58,7 @@ TEST(SonicCsat3, DecodingOffsetsTurnLeanAndCounter) {
 
   info = csat3(site, "0.5 -0.5 0.1 0 0 90 0");  // offsets, then turned by 90 degrees: u' = v, v' = -u
   o = run(rec(1000, 500, 300, 0), k2004);
-  EXPECT_NEAR(o[0], 1.5f, 1e-6);
-  EXPECT_NEAR(o[1], -1.5f, 1e-6);
-  EXPECT_NEAR(o[2], 0.5f, 1e-6);
+  EXPECT_EQ((std::vector<float>{o[0], o[1], o[2]}), (std::vector<float>{1.5, -1.5, 0.5}));
   info = csat3(site, "0 0 0 5 30 0 0");  // lean 5 degrees towards azimuth 30
   EXPECT_NEAR(run(rec(1000, 500, 300, 0), k2004)[2],
               sin(5 * kDeg) * (cos(30 * kDeg) * 2.0 + sin(30 * kDeg)) + cos(5 * kDeg) * 0.6, 1e-5);
@@ -82,10 +80,10 @@ TEST(SonicCsat3, RealignsRecordsSplitAcrossSamples) {
     for (int n = 0; n + 1 < 12; ++n) {
       const std::vector<float> o = run(stream.substr(10 * n + k, 10), k2004 + 0.05 * n);
       if (n == 0) continue;
-      SCOPED_TRACE(testing::Message() << "k=" << k << " n=" << n);
       EXPECT_EQ((std::vector<float>{o[0], o[1], o[2], o[8]}),
-                (std::vector<float>{(100 * n + 7) * 0.001f, (-50 * n - 3) * 0.001f, (20 * n + 1) * 0.001f, 0}));
-      EXPECT_NEAR(o[3], sonicTemp(340.0 + 0.01 * n), 1e-4);
+                (std::vector<float>{(100 * n + 7) * 0.001f, (-50 * n - 3) * 0.001f, (20 * n + 1) * 0.001f, 0}))
+          << "k=" << k << " n=" << n;
+      EXPECT_NEAR(o[3], sonicTemp(340.0 + 0.01 * n), 1e-4) << "k=" << k << " n=" << n;
     }
   }
 }
