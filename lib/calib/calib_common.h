@@ -1,5 +1,6 @@
 // Helpers shared by the conversion modules: the missing-value mark, the
-// fatal configuration report, parameter access and the per-use tables.
+// fatal configuration reports (parameter counts among them), parameter
+// access, the CalibInfo of a use and the per-use tables.
 #ifndef HERON_CALIB_CALIB_COMMON_H
 #define HERON_CALIB_CALIB_COMMON_H
 
