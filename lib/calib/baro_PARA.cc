@@ -16,8 +16,6 @@ extern "C" int baro_PARA(double*, calib_input in, float* out, int) {
 
 // No parameters.  Output in mb.
 extern "C" CalibInfo* baro_PARA_init(int, int, void**, int nparam, int nout) {
-  if (nparam != 0) calib_init_fail("baro_PARA", "Invalid number of parameters, should be 0\n");
-  CalibInfo* info = AllocCalibInfo(nout, kVersion);
-  CalibInfoSetUnits(info, 1, "mb");
-  return info;
+  calib_check_nparam("baro_PARA", nparam, 0, 0);
+  return calib_info(kVersion, nout, {"mb"});
 }

@@ -17,9 +17,8 @@ extern "C" int baro_vais(double*, calib_input in, float* out, int ichan) {
 
 // No parameters.  Outputs: temperature in degC, pressure in mb.
 extern "C" CalibInfo* baro_vais_init(int ichan, int nchan, void**, int nparam, int nout) {
-  if (nparam != 0) calib_init_fail("baro_vais", "Invalid number of parameters, should be 0\n");
-  CalibInfo* info = AllocCalibInfo(nout, kVersion);
-  CalibInfoSetUnits(info, 2, "degC", "mb");
+  calib_check_nparam("baro_vais", nparam, 0, 0);
+  CalibInfo* info = calib_info(kVersion, nout, {"degC", "mb"});
   if (nchan > 0) nouts.prepare("baro_vais", ichan, nchan) = nout;
   return info;
 }

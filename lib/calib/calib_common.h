@@ -1,10 +1,12 @@
 // Helpers shared by the conversion modules: the missing-value mark, the
-// fatal configuration report, parameter access and the per-use tables.
+// fatal configuration reports (parameter counts among them), parameter
+// access, the CalibInfo of a use and the per-use tables.
 #ifndef HERON_CALIB_CALIB_COMMON_H
 #define HERON_CALIB_CALIB_COMMON_H
 
 #include <stddef.h>
 
+#include <initializer_list>
 #include <vector>
 
 #include "calib/calib_func.h"
@@ -20,6 +22,16 @@ constexpr float CALIB_MISSING_TEST = 1e36f;
 // standard error, and exits with status 1.
 [[noreturn]] void calib_init_fail(const char* module, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
+
+// Checks that an init function got min .. max parameters; otherwise reports
+// "Invalid number of parameters, should be <min>" where one count is allowed,
+// else "Invalid number of parameters (<nparam>), should be <min> or <max>"
+// ("<min> to <max>" for a wider range), as calib_init_fail does.
+void calib_check_nparam(const char* module, int nparam, int min, int max);
+
+// A CalibInfo for nout outputs with the module's version and these units in
+// output order (a surplus unit is dropped).
+CalibInfo* calib_info(const char* version, int nout, std::initializer_list<const char*> units);
 
 // Reports a failed allocation as "<what>: <system error>" and exits with 1.
 [[noreturn]] void calib_alloc_fail(const char* what);
@@ -55,6 +67,11 @@ class UseTable {
  private:
   std::vector<T> entries_;
 };
+
+// Parameters first, first+1, ... as floats, into the variables given in order.
+inline void calib_param_floats(void** params, int first, std::initializer_list<float*> to) {
+  for (float* f : to) *f = static_cast<float>(calib_param_double(params, first++));
+}
 
 // The unit of an optional text parameter: the text when present, else "".
 inline const char* calib_optional_unit(void** params, int nparam, int i) {

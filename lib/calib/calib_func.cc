@@ -9,36 +9,21 @@
 #include "calib/conversions.h"
 #include "base/fatal.h"
 
-#define CALIB_ENTRY(name)                                          \
-  {#name, reinterpret_cast<calib_any_t>(&name)},                   \
-  {#name "_init", reinterpret_cast<calib_any_t>(&name##_init)},
+// Each registry row becomes its two entries: the conversion, then its init
+// function, each checked against its own type before it is stored under the
+// neutral one, so a function of the wrong signature does not compile.
+#define CALIB_ENTRIES(name)                                                              \
+  {#name, reinterpret_cast<calib_any_t>(static_cast<calib_func_t>(&name))},              \
+  {#name "_init", reinterpret_cast<calib_any_t>(static_cast<calib_init_t>(&name##_init))},
 
-// In the registry's fixed order; names of functions this library does not
-// provide are absent, so looking them up finds nothing.
+// Names of functions this library does not provide are absent, so looking
+// them up finds nothing.
 extern "C" const calib_entry function_list[] = {
-    CALIB_ENTRY(baro_GENERIC)
-    CALIB_ENTRY(baro_PARA)
-    CALIB_ENTRY(baro_vais)
-    CALIB_ENTRY(diff_float)
-    CALIB_ENTRY(dual_uv)
-    CALIB_ENTRY(fis_linear)
-    CALIB_ENTRY(linear)
-    CALIB_ENTRY(mode)
-    CALIB_ENTRY(plinear)
-    CALIB_ENTRY(poly)
-    CALIB_ENTRY(power)
-    CALIB_ENTRY(sonic_csat3)
-    CALIB_ENTRY(status)
-    CALIB_ENTRY(t_AIR)
-    CALIB_ENTRY(t_vaisala)
-    CALIB_ENTRY(td_linear)
-    CALIB_ENTRY(td_linear_interp)
-    CALIB_ENTRY(td_linear_dt)
-    CALIB_ENTRY(thermistor)
-    CALIB_ENTRY(wind_gill)
-    CALIB_ENTRY(wind_rmy)
+    HERON_CALIB_CONVERSIONS(CALIB_ENTRIES)
     {nullptr, nullptr},
 };
+
+#undef CALIB_ENTRIES
 
 namespace {
 

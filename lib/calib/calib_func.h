@@ -54,7 +54,8 @@ typedef struct calib_entry {
 } calib_entry;
 
 // Name-to-function table, conversions each followed by their init function,
-// ended by a {null, null} entry.
+// ended by a {null, null} entry; made from the registry list
+// HERON_CALIB_CONVERSIONS (calib/conversions.h).
 extern const calib_entry function_list[];
 
 // The function registered under exactly this name, or null.  Init functions

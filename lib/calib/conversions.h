@@ -11,33 +11,41 @@
 extern "C" {
 #endif
 
-#define CALIB_DECLARE(name)                                            \
-  int name(double* time, calib_input in, float* out, int ichan);       \
+// The registry: one row per conversion, in the registry's fixed order.  A
+// row names the conversion once; its init function, both functions'
+// declarations and both entries of function_list follow from it, so a
+// conversion cannot be registered without its init function.  Adding a
+// conversion is one row here plus its source file.
+#define HERON_CALIB_CONVERSIONS(ROW) \
+  ROW(baro_GENERIC)                  \
+  ROW(baro_PARA)                     \
+  ROW(baro_vais)                     \
+  ROW(diff_float)                    \
+  ROW(dual_uv)                       \
+  ROW(fis_linear)                    \
+  ROW(linear)                        \
+  ROW(mode)                          \
+  ROW(plinear)                       \
+  ROW(poly)                          \
+  ROW(power)                         \
+  ROW(sonic_csat3)                   \
+  ROW(status)                        \
+  ROW(t_AIR)                         \
+  ROW(t_vaisala)                     \
+  ROW(td_linear)                     \
+  ROW(td_linear_interp)              \
+  ROW(td_linear_dt)                  \
+  ROW(thermistor)                    \
+  ROW(wind_gill)                     \
+  ROW(wind_rmy)
+
+#define HERON_CALIB_DECLARE(name)                                 \
+  int name(double* time, calib_input in, float* out, int ichan); \
   CalibInfo* name##_init(int ichan, int nchan, void** params, int nparam, int nout);
 
-CALIB_DECLARE(baro_GENERIC)
-CALIB_DECLARE(baro_PARA)
-CALIB_DECLARE(baro_vais)
-CALIB_DECLARE(diff_float)
-CALIB_DECLARE(dual_uv)
-CALIB_DECLARE(fis_linear)
-CALIB_DECLARE(linear)
-CALIB_DECLARE(mode)
-CALIB_DECLARE(plinear)
-CALIB_DECLARE(poly)
-CALIB_DECLARE(power)
-CALIB_DECLARE(sonic_csat3)
-CALIB_DECLARE(status)
-CALIB_DECLARE(t_AIR)
-CALIB_DECLARE(t_vaisala)
-CALIB_DECLARE(td_linear)
-CALIB_DECLARE(td_linear_interp)
-CALIB_DECLARE(td_linear_dt)
-CALIB_DECLARE(thermistor)
-CALIB_DECLARE(wind_gill)
-CALIB_DECLARE(wind_rmy)
+HERON_CALIB_CONVERSIONS(HERON_CALIB_DECLARE)
 
-#undef CALIB_DECLARE
+#undef HERON_CALIB_DECLARE
 
 // Index of the station pressure (mb) in sharedValues, written by plinear,
 // baro_GENERIC and baro_PARA for the humidity and gas conversions of the

@@ -15,8 +15,6 @@ extern "C" int dual_uv(double*, calib_input in, float* out, int) {
 
 // No parameters.  Output in gr/kg.
 extern "C" CalibInfo* dual_uv_init(int, int, void**, int nparam, int nout) {
-  if (nparam != 0) calib_init_fail("dual_uv", "Invalid number of parameters, should be 0\n");
-  CalibInfo* info = AllocCalibInfo(nout, kVersion);
-  CalibInfoSetUnits(info, 1, "gr/kg");
-  return info;
+  calib_check_nparam("dual_uv", nparam, 0, 0);
+  return calib_info(kVersion, nout, {"gr/kg"});
 }

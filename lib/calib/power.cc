@@ -22,15 +22,10 @@ extern "C" int power(double*, calib_input in, float* out, int ichan) {
 
 // Parameters: V0, A, B, C [numbers], unit [text, optional].
 extern "C" CalibInfo* power_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  if (nparam < 4 || nparam > 5)
-    calib_init_fail("power", "Invalid number of parameters (%d), should be 4 or 5\n", nparam);
-  Coefs c;
-  c.v0 = static_cast<float>(calib_param_double(params, 0));
-  c.a = static_cast<float>(calib_param_double(params, 1));
-  c.b = static_cast<float>(calib_param_double(params, 2));
-  c.c = static_cast<float>(calib_param_double(params, 3));
-  CalibInfo* info = AllocCalibInfo(nout, kVersion);
-  CalibInfoSetUnits(info, 1, calib_optional_unit(params, nparam, 4));
+  calib_check_nparam("power", nparam, 4, 5);
+  Coefs c{};
+  calib_param_floats(params, 0, {&c.v0, &c.a, &c.b, &c.c});
+  CalibInfo* info = calib_info(kVersion, nout, {calib_optional_unit(params, nparam, 4)});
   CalibInfoSetParamString(info, "V0=%.4g, A=%.4g, B=%.4g, C=%.4g", c.v0, c.a, c.b, c.c);
   if (nchan > 0) coefs.prepare("power", ichan, nchan) = c;
   return info;

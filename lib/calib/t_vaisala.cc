@@ -22,12 +22,10 @@ extern "C" int t_vaisala(double*, calib_input in, float* out, int ichan) {
 
 // Parameters: A0, A1, A2 [numbers].  Output in degC.
 extern "C" CalibInfo* t_vaisala_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  if (nparam != 3) calib_init_fail("t_vaisala", "Invalid number of parameters, should be 3\n");
-  const Coefs c{static_cast<float>(calib_param_double(params, 0)),
-                static_cast<float>(calib_param_double(params, 1)),
-                static_cast<float>(calib_param_double(params, 2))};
-  CalibInfo* info = AllocCalibInfo(nout, kVersion);
-  CalibInfoSetUnits(info, 1, "degC");
+  calib_check_nparam("t_vaisala", nparam, 3, 3);
+  Coefs c{};
+  calib_param_floats(params, 0, {&c.a0, &c.a1, &c.a2});
+  CalibInfo* info = calib_info(kVersion, nout, {"degC"});
   CalibInfoSetParamString(info, "A0=%.2f, A1=%.2f, A2=%.2f", c.a0, c.a1, c.a2);
   if (nchan > 0) {
     coefs.prepare("t_vaisala", ichan, nchan) = c;

@@ -8,8 +8,8 @@
 #include <memory>
 
 #include "calib/cal_file.h"
-#include "calib/calib_common.h"
 #include "calib/conversions.h"
+#include "calib/linear_family.h"
 #include "site/heron_fopen.h"
 
 namespace {
@@ -52,22 +52,19 @@ extern "C" int td_linear_interp(double* time, calib_input in, float* out, int ic
     out[0] = CALIB_MISSING;  // before the first calibration
     return 0;
   }
-  const float slope = interpolate(t, u.t1, u.t2, u.slope1, u.slope2);
-  const float intcpt = interpolate(t, u.t1, u.t2, u.intcpt1, u.intcpt2);
-  out[0] = intcpt + slope * in.volts;
+  Line line;
+  line.slope = interpolate(t, u.t1, u.t2, u.slope1, u.slope2);
+  line.intcpt = interpolate(t, u.t1, u.t2, u.intcpt1, u.intcpt2);
+  out[0] = line.at(in.volts);
   return 0;
 }
 
 // Parameters: line-form calibration file [text] of records "time slope
 // intercept", unit [text, optional].
 extern "C" CalibInfo* td_linear_interp_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  if (nparam < 1 || nparam > 2)
-    calib_init_fail("td_linear_interp", "Invalid number of parameters (%d), should be 1 or 2\n", nparam);
-  const char* name = calib_param_string(params, 0);
-  CalibInfo* info = AllocCalibInfo(nout, kVersion);
-  CalibInfoSetUnits(info, 1, calib_optional_unit(params, nparam, 1));
-  CalibInfoSetParamString(info, "\"%s\"", name);
+  CalibInfo* info = file_line_info("td_linear_interp", kVersion, params, nparam, nout);
   if (nchan == 0) return info;
+  const char* name = calib_param_string(params, 0);
 
   Use& u = uses.prepare("td_linear_interp", ichan, nchan);
   u.fp.reset(heron_cal_fopen(name, "r"));

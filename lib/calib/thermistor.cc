@@ -28,15 +28,10 @@ extern "C" int thermistor(double*, calib_input in, float* out, int ichan) {
 
 // Parameters: A0, A1, A2, A3, K [numbers].  Output in degK.
 extern "C" CalibInfo* thermistor_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  if (nparam != 5) calib_init_fail("thermistor", "Invalid number of parameters, should be 5\n");
-  Coefs c;
-  c.a0 = static_cast<float>(calib_param_double(params, 0));
-  c.a1 = static_cast<float>(calib_param_double(params, 1));
-  c.a2 = static_cast<float>(calib_param_double(params, 2));
-  c.a3 = static_cast<float>(calib_param_double(params, 3));
-  c.k = static_cast<float>(calib_param_double(params, 4));
-  CalibInfo* info = AllocCalibInfo(nout, kVersion);
-  CalibInfoSetUnits(info, 1, "degK");
+  calib_check_nparam("thermistor", nparam, 5, 5);
+  Coefs c{};
+  calib_param_floats(params, 0, {&c.a0, &c.a1, &c.a2, &c.a3, &c.k});
+  CalibInfo* info = calib_info(kVersion, nout, {"degK"});
   CalibInfoSetParamString(info, "A0=%.4e, A1=%.4e, A2=%.4e, A3=%.4e, K=%.1f", c.a0, c.a1, c.a2, c.a3,
                           c.k);
   if (nchan > 0) coefs.prepare("thermistor", ichan, nchan) = c;

@@ -25,9 +25,8 @@ extern "C" int wind_rmy(double*, calib_input in, float* out, int ichan) {
 
 // No parameters.  Outputs: u, v, speed (m/s), direction (deg).
 extern "C" CalibInfo* wind_rmy_init(int ichan, int nchan, void**, int nparam, int nout) {
-  if (nparam != 0) calib_init_fail("wind_rmy", "Invalid number of parameters, should be 0\n");
-  CalibInfo* info = AllocCalibInfo(nout, kVersion);
-  CalibInfoSetUnits(info, 4, "m/s", "m/s", "m/s", "deg");
+  calib_check_nparam("wind_rmy", nparam, 0, 0);
+  CalibInfo* info = calib_info(kVersion, nout, {"m/s", "m/s", "m/s", "deg"});
   if (nchan > 0) nouts.prepare("wind_rmy", ichan, nchan) = nout;
   return info;
 }

@@ -1,18 +1,15 @@
-// The loaded calibration-file form and the choice of record by time.
-#include <math.h>
-
-#include <string>
-#include <vector>
+// Calibration files: the loaded form and its time stamps, and the line form
+// with its time texts.  The choice of record by sample time is checked
+// through the conversions that use it, and parse faults through the init
+// functions that stop on them.
+#include <time.h>
 
 #include "calib/cal_file.h"
 #include "calib_test_util.h"
 
 namespace {
 
-struct CalDeleter {
-  void operator()(calib_struct* c) const { free_cal_file(c); }
-};
-using CalPtr = std::unique_ptr<calib_struct, CalDeleter>;
+using CalPtr = std::unique_ptr<calib_struct, decltype(&free_cal_file)>;
 
 // Parses text as a calibration file; null after a reported syntax error.
 CalPtr parse(const std::string& text) {
@@ -20,14 +17,12 @@ CalPtr parse(const std::string& text) {
   calib_struct* cal = nullptr;
   parse_cal_stream(fp, "test.cal", &cal);
   fclose(fp);
-  return CalPtr(cal);
+  return CalPtr(cal, free_cal_file);
 }
-
-std::vector<double> row(const calib_struct& c, int i) { return {c.data[i], c.data[i] + c.ndata}; }
 
 }  // namespace
 
-TEST(CalFile, TimeStampForms) {
+TEST(CalFile, TimeStampFormsAndValues) {
   CalPtr cal = parse(
       "# offsets of the mast sensors\n"
       "2004 jan 1 00:00:00 1 2.5\n"
@@ -39,90 +34,41 @@ TEST(CalFile, TimeStampForms) {
       "1998 1 000000 0 0\n"
       "2004 60 12:00:00.5 0 0");  // no final newline
   ASSERT_TRUE(cal);
-  ASSERT_EQ(cal->nrecords, 7);
-  ASSERT_EQ(cal->ndata, 2);
-  EXPECT_STREQ(cal->cal_file_name, "test.cal");
   const double feb1 = k2004 + 31 * 86400.0 + 43200.0;  // day 32 is February 1 too
-  EXPECT_EQ(std::vector<double>(cal->times, cal->times + 7),
-            (std::vector<double>{k2004, feb1, feb1, k2004 + 12 * 3600 + 34 * 60 + 56.5,
-                                 946684800.0 - 0.75, 883612800.0, k2004 + 59 * 86400.0 + 43200.5}));
-  EXPECT_EQ(row(*cal, 0), (std::vector<double>{1.0, 2.5}));
-  EXPECT_EQ(row(*cal, 1), (std::vector<double>{-1.0, 0.5}));
-  EXPECT_EQ(row(*cal, 2), (std::vector<double>{30.0, -0.25}));
-  EXPECT_EQ(cal->data[1], cal->data[0] + 2);  // records lie end to end
-}
+  EXPECT_EQ(std::vector<double>(cal->times, cal->times + cal->nrecords),
+            (std::vector<double>{k2004, feb1, feb1, k2004 + 12 * 3600 + 34 * 60 + 56.5, 946684800.0 - 0.75,
+                                 883612800.0, k2004 + 59 * 86400.0 + 43200.5}));
+  EXPECT_EQ(std::vector<double>(cal->data[1], cal->data[1] + 2 * cal->ndata), (std::vector<double>{-1, 0.5, 30, -0.25}));
 
-TEST(CalFile, ManyRecordsAndEmptyFile) {
-  std::string text;
+  std::string text;  // many records: the blocks grow and stay end to end
   for (int i = 0; i < 1000; ++i) text += "2004 1 " + std::to_string(i) + ":00 " + std::to_string(i) + " 1 2\n";
-  CalPtr cal = parse(text);
-  ASSERT_TRUE(cal);
+  cal = parse(text);
   ASSERT_EQ(cal->nrecords, 1000);
-  EXPECT_DOUBLE_EQ(cal->times[999], k2004 + 999 * 3600.0);
-  EXPECT_EQ(row(*cal, 999), (std::vector<double>{999, 1, 2}));
-  CalPtr empty = parse("# nothing yet\n\n");
-  ASSERT_TRUE(empty);
-  EXPECT_EQ(empty->nrecords, 0);
+  EXPECT_EQ(std::vector<double>(cal->data[998], cal->data[998] + 6), (std::vector<double>{998, 1, 2, 999, 1, 2}));
+  EXPECT_EQ(parse("# nothing yet\n\n")->nrecords, 0);
 }
 
-TEST(CalFile, RecordChoiceBySampleTime) {
-  CalPtr cal = parse("2004 1 00:00 1\n2004 1 01:00 2\n2004 1 02:00 3\n2004 1 03:00 4\n");
-  ASSERT_TRUE(cal);
-  cal_select sel;
-  cal_select_start(&sel, cal.get());
-  const struct {
-    double t;
-    int taken;
-    double inForce;  // 0: none yet
-  } steps[] = {
-      {k2004 - 1, 0, 0},          // before the first record
-      {k2004, 1, 1},              // a record takes effect at its own time
-      {k2004 + 3599.9, 0, 1},
-      {k2004 + 2.5 * 3600, 1, 3},  // two passed: the later wins
-      {k2004 + 1e6, 1, 4},
-      {k2004 + 1e9, 0, 4},  // the last applies for ever
-  };
-  for (const auto& s : steps) {
-    EXPECT_EQ(cal_select_update(&sel, s.t), s.taken) << s.t - k2004;
-    EXPECT_EQ(sel.in_force ? sel.in_force[0] : 0, s.inForce) << s.t - k2004;
+TEST(CalRec, LineFormRecordsInUtcWhateverTheZone) {
+  setenv("TZ", "America/Denver", 1);  // summer time in force on these dates
+  tzset();
+  std::string text =
+      "# time                     slope  intercept\n\n"
+      "2004 jul 1 12:00:30.25     1.5    2.5\n"
+      "   # only a comment\n1.0 2.0\n7\n"          // no time text, too few fields: skipped
+      "04 7 1 123456.5            3.0    -1   # after a comment mark\n"
+      "2004 183 12:00:00.5        oops   4\n"       // a bad field leaves its value
+      + std::string(300, ' ') + "\n";               // a long line read in pieces
+  FILE* fp = fmemopen(&text[0], text.size(), "r");
+  const double jul1 = k2004 + 182 * 86400.0;
+  double t = 0;
+  float a = 0, b = 0;
+  for (const std::vector<double>& want : std::vector<std::vector<double>>{
+           {jul1 + 43230.25, 1.5, 2.5}, {jul1 + 45296.5, 3, -1}, {jul1 + 43200.5, 3, 4}}) {
+    ASSERT_EQ(read_cal_rec(fp, &t, 2, &a, &b), 2);
+    EXPECT_EQ((std::vector<double>{t, a, b}), want);
   }
-  EXPECT_TRUE(isinf(sel.next_time));
-}
-
-TEST(CalFile, ParseErrorsAreReportedWithTheirLine) {
-  testing::internal::CaptureStderr();
-  CalPtr cal = parse("2004 1 00:00 1 @ 2\n");  // reported and skipped
-  ASSERT_TRUE(cal);
-  EXPECT_EQ(cal->ndata, 2);
-  EXPECT_FALSE(parse("2004 1 00:00 1\n2004 1 00:00\n"));  // a time with no value
-  EXPECT_FALSE(parse("2004 1 00:00 1\n\n\"quoted\" 2004 1 00:00 1\n"));
-  EXPECT_FALSE(parse("2004 1 00:00 1 offset\n"));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Unrecognized character, '@' ('\\0100'), at line 1\n"
-            "syntax error in line 2 of calibration file: test.cal\n"
-            "syntax error in line 3 of calibration file: test.cal\n"
-            "syntax error in line 1 of calibration file: test.cal\n");
-}
-
-TEST(CalFileDeathTest, InconsistentRecordEndsTheProgram) {
-  ScratchDir dir;
-  std::string path = dir.write("offsets.cal", "2004 1 00:00 1 2 3\n2004 2 00:00 1 2\n");
-  EXPECT_EXIT(read_cal_file(path.c_str()), testing::ExitedWithCode(1),
-              "Inconsistant number of calibration parameters in file " + path +
-                  "\nFirst record contained time \\+ 3 data elements\n"
-                  "Current record contains time \\+ 2 data elements\n"
-                  "syntax error in line 2 of calibration file: " + path);
-}
-
-TEST(CalFile, ReadByNameAndUnopenableFile) {
-  ScratchDir dir;
-  std::string path = dir.write("gains.cal", "2004 1 00:00 1.5\n");
-  CalPtr cal(read_cal_file(path.c_str()));
-  ASSERT_TRUE(cal);
-  EXPECT_EQ(cal->nrecords, 1);
-  EXPECT_STREQ(cal->cal_file_name, path.c_str());
-
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(read_cal_file("/nonexistent/dir/x.cal"), nullptr);
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("x.cal: No such file or directory"), std::string::npos);
+  EXPECT_EQ(read_cal_rec(fp, &t, 2, &a, &b), -1);
+  fclose(fp);
+  unsetenv("TZ");
+  tzset();
 }

@@ -1,79 +1,87 @@
-// The registry and the CalibInfo record.
+// The registry, the CalibInfo record, and the faults every init function
+// reports before the program stops.
 #include <string.h>
 
-#include <string>
-#include <vector>
-
-#include "calib_test_util.h"
 #include "calib/conversions.h"
+#include "calib_test_util.h"
 
 namespace {
-
 calib_any_t any(calib_func_t f) { return reinterpret_cast<calib_any_t>(f); }
 calib_any_t any(calib_init_t f) { return reinterpret_cast<calib_any_t>(f); }
-
 }  // namespace
 
 TEST(Registry, LookupByExactName) {
   EXPECT_EQ(any(calib_function("linear")), any(&linear));
-  EXPECT_EQ(any(calib_function("sonic_csat3")), any(&sonic_csat3));
   EXPECT_EQ(any(calib_function("linear_init")), any(&linear_init));  // init functions are entries too
   EXPECT_EQ(any(init_function("linear")), any(&linear_init));
-  EXPECT_EQ(any(init_function("td_linear_interp")), any(&td_linear_interp_init));
-  // A prefix is not a name, case matters, q_kh2o is not provided by this library.
-  for (const char* name : {"sonic", "Linear", "q_kh2o", static_cast<const char*>(nullptr)})
+  for (const char* name : {"sonic", "Linear", "linear ", "q_kh2o", "", static_cast<const char*>(nullptr)})
     EXPECT_EQ(calib_function(name), nullptr) << (name ? name : "null");
   for (const char* name : {"linear_init", "analog_sonic", static_cast<const char*>(nullptr)})
     EXPECT_EQ(init_function(name), nullptr) << (name ? name : "null");
-}
-
-TEST(Registry, TablePairsEveryConversionWithItsInitInRegistryOrder) {
-  // The registry's order of names, restricted to those this library builds.
-  const std::vector<std::string> order = {
-      "baro_GENERIC", "baro_PARA", "baro_vais", "diff_float", "dual_uv", "fis_linear", "linear",
-      "mode", "plinear", "poly", "power", "sonic_csat3", "status", "t_AIR", "t_vaisala",
-      "td_linear", "td_linear_interp", "td_linear_dt", "thermistor", "wind_gill", "wind_rmy"};
+  // Each conversion is followed by its own init function; a null pair ends the table.
   size_t n = 0;
-  for (; function_list[n].name; ++n) ASSERT_NE(function_list[n].func, nullptr) << function_list[n].name;
-  EXPECT_EQ(function_list[n].func, nullptr);
-  ASSERT_EQ(n, 2 * order.size());
-  for (size_t i = 0; i < order.size(); ++i) {
-    EXPECT_EQ(function_list[2 * i].name, order[i]);
-    EXPECT_EQ(function_list[2 * i + 1].name, order[i] + "_init");
-    // init_function finds the entry that follows its conversion.
-    EXPECT_EQ(any(init_function(order[i].c_str())), function_list[2 * i + 1].func);
+  for (; function_list[n].name; n += 2) {
+    ASSERT_NE(function_list[n + 1].name, nullptr);
+    EXPECT_EQ(function_list[n + 1].name, std::string(function_list[n].name) + "_init");
+    EXPECT_EQ(any(init_function(function_list[n].name)), function_list[n + 1].func);
   }
+  EXPECT_EQ(function_list[n].func, nullptr);
+  EXPECT_EQ(n, 42u);
 }
 
-TEST(CalibInfo, UnitsAndSummary) {
+TEST(CalibInfo, SurplusUnitsAndLongSummaries) {
   CalibInfo* info = AllocCalibInfo(2, "mod 1.0");
-  EXPECT_EQ(info->nout, 2);
-  EXPECT_EQ(info->iout, 0);
-  EXPECT_STREQ(info->version, "mod 1.0");
-  EXPECT_EQ(info->paramString, nullptr);
-  EXPECT_EQ(info->units[0], nullptr);
-
   CalibInfoSetUnits(info, 3, "m/s", "degC", "mb");  // the surplus is dropped
-  EXPECT_EQ(info->iout, 2);
-  EXPECT_STREQ(info->units[0], "m/s");
-  EXPECT_STREQ(info->units[1], "degC");
-  CalibInfoAppendUnits(info, "extra");
-  EXPECT_EQ(info->iout, 2);
-
-  CalibInfoSetParamString(info, "slope=%.2f, intcpt=%.2f", 2.0, -1.25);
-  EXPECT_STREQ(info->paramString, "slope=2.00, intcpt=-1.25");
+  EXPECT_EQ(std::vector<std::string>(info->units, info->units + info->iout), (std::vector<std::string>{"m/s", "degC"}));
   CalibInfoSetParamString(info, "%s", std::string(600, 'x').c_str());
   EXPECT_EQ(strlen(info->paramString), 511u);
   FreeCalibInfo(info);
-
-  CalibInfo* none = AllocCalibInfo(0, "v");
-  CalibInfoSetUnits(none, 1, "m");
-  EXPECT_EQ(none->iout, 0);
-  FreeCalibInfo(none);
+  info = AllocCalibInfo(0, "v");
+  CalibInfoSetUnits(info, 1, "m");
+  EXPECT_EQ(info->iout, 0);
+  FreeCalibInfo(info);
 }
 
-TEST(RegistryDeathTest, UseIndexOutsideItsTable) {
-  const Params p{1, 0};
-  EXPECT_EXIT(linear_init(3, 3, p.get(), p.size(), 1), testing::ExitedWithCode(1),
-              "Error: linear calibration function error\nUse index 3 is outside 0 .. 2");
+// Every fault ends the program with status 1 after the module's report.
+TEST(InitDeathTest, FaultsReportedByEachInitFunction) {
+  ScratchSite site;
+  calFile(site, "one.cal", "2004 1 00:00 1\n");
+  calFile(site, "empty.cal", "# nothing\n");
+  calFile(site, "bad.cal", "2004 1 00:00 1 2 3\n2004 2 00:00 1 2\n");
+  calFile(site, "syntax.cal", "2004 1 00:00 1 @ 2\n2004 1 00:00\n");  // a stray character, a time with no value
+  calFile(site, "shift.cal", "2004 1 00:00 0 0 0 0 0 0 12\n");
+  auto E = [](const char* module) { return "Error: " + std::string(module) + " calibration function error\n"; };
+  const struct {
+    const char* name;
+    Params params;
+    std::string message;
+    int nout, ichan;
+  } cases[] = {
+      {"linear", {1}, E("linear") + "Invalid number of parameters \\(1\\), should be 2 or 3\n", 1, 0},
+      {"linear", {1, 0}, E("linear") + "Use index 1 is outside 0 .. 0\n", 1, 1},
+      {"plinear", {1, 2, "mb", 3, 4}, E("plinear") + "Invalid number of parameters \\(5\\), should be 2 to 4\n", 1, 0},
+      {"t_AIR", {1}, E("t_AIR") + "Invalid number of parameters, should be 2\n", 1, 0},
+      {"td_linear", {}, E("td_linear") + "Invalid number of parameters \\(0\\), should be 1 or 2\n", 1, 0},
+      {"td_linear", {"nosuch.cal"}, "nosuch.cal: No such file or directory\n(.|\n)*" + E("td_linear") + "Cannot read", 1, 0},
+      {"td_linear", {"bad.cal"}, "Inconsistant number of calibration parameters in file bad.cal\n"
+                                 "First record contained time \\+ 3 data elements\n"
+                                 "Current record contains time \\+ 2 data elements\n"
+                                 "syntax error in line 2 of calibration file: bad.cal\n", 1, 0},
+      {"td_linear", {"syntax.cal"}, "Unrecognized character, '@' \\('\\\\0100'\\), at line 1\n"
+                                    "syntax error in line 2 of calibration file: syntax.cal\n", 1, 0},
+      {"td_linear_dt", {"one.cal"}, E("td_linear_dt") + "Calibration file one.cal has 1 values per record, should have 3\n", 1, 0},
+      {"fis_linear", {"one.cal"}, E("fis_linear") + "Calibration file one.cal has 1 values per record, should have 4\n", 1, 0},
+      {"td_linear_interp", {"empty.cal"}, E("td_linear_interp") + "Calibration file empty.cal holds no record\n", 1, 0},
+      {"poly", {"V", 1, 1, 1, 1, 1, 1, 1}, E("poly") + "Assertion order\\[ichan\\] < 6 failed", 1, 0},
+      {"diff_float", {1, 2, 3}, "Wrong number of parameters for diff cal function", 1, 0},
+      {"mode", {1, 1, 1, 1, 1}, "Illegal number of parameters\\(5\\) to mode, should be multiple of 4\n", 1, 0},
+      {"status", {1, 2}, E("status") + "Invalid number of parameters \\(2\\), should be 0 or 1\n", 1, 0},
+      {"wind_gill", {"one.cal", 1}, E("wind_gill") + "Invalid number of outputs \\(2\\), should be 4\n", 2, 0},
+      {"sonic_csat3", {"one.cal"}, E("sonic_csat3") + "Invalid number of parameters \\(1\\), should be 3 to 5\n", 9, 0},
+      {"sonic_csat3", {"one.cal", 1200, 4}, E("sonic_csat3") + "Invalid number of outputs \\(8\\), should be 9\n", 8, 0},
+      {"sonic_csat3", {"one.cal", 1200, 4}, E("sonic_csat3") + "Calibration file one.cal has 1 values per record, should have 7\n", 9, 0},
+      {"sonic_csat3", {"shift.cal", 1200, 4}, E("sonic_csat3") + "Record shift 12 in shift.cal", 9, 0},
+  };
+  for (const auto& c : cases)
+    EXPECT_EXIT(init(c.name, c.params, c.nout, c.ichan), testing::ExitedWithCode(1), c.message) << c.name;
 }
