@@ -1,5 +1,5 @@
-// serial_ingest's sampling mode end to end on pseudo-terminals, fed by
-// raw_playback or by the test itself; raw_playback's own ending; raw_dump.
+// serial_ingest's sampling mode end to end on a pseudo-terminal;
+// raw_playback's own ending; raw_dump merging files of a scratch site.
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <string.h>
@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "lib/samples/sample_support.h"
+#include "support/scratch_site.h"
 #include "support/subprocess.h"
 
 namespace {
@@ -29,24 +30,6 @@ std::string lineOf(const Record& s, const char* prefix = "  ") {
     os << ' ' << w;
   }
   return os.str() + "\n";
-}
-
-TEST(Sampling, HundredThousandSamplesPlayedAt230400AllPrinted) {
-  std::vector<Record> samples;
-  std::string want;
-  for (uint32_t i = 0; i < 100000; ++i) {
-    // 20-byte samples whose data includes end-of-message bytes.
-    samples.push_back(Record{36000000 + i * 5, static_cast<uint8_t>(i % 7), std::string(14, '\0')});
-    for (uint32_t k = 0; k < 14; ++k) samples.back().data[k] = static_cast<char>(i * 31 + k);
-    want += lineOf(samples.back());
-  }
-  const std::string path = sample_test::writeScratch("hundred.raw", bytesOf(samples));
-  const RunResult r = runProgram({RAW_PLAYBACK_BIN, "-n", "-w", "0.3", path, "--", SERIAL_INGEST_BIN, "-B", "23040",
-                                  "-L", "-d", "%s"});
-  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 100000);
-  EXPECT_TRUE(r.out == want) << "the printed samples differ from those played";
-  EXPECT_NE(r.err.find("raw_playback: 100000 samples played"), std::string::npos) << r.err;
-  EXPECT_EQ(r.status, 1);  // the line hung up at the end, as a real port's would
 }
 
 TEST(Sampling, MissingEndOfMessageIsPrintedWithB) {
@@ -84,7 +67,8 @@ TEST(Sampling, MissingEndOfMessageIsPrintedWithB) {
 }
 
 TEST(Sampling, PlaybackStopsWhenTheReaderEnds) {
-  const std::string path = sample_test::writeScratch("unread.raw", bytesOf(std::vector<Record>(100000, Record{1000, 1, "xx"})));
+  ScratchSite site;
+  const std::string path = site.write("unread.raw", bytesOf(std::vector<Record>(100000, Record{1000, 1, "xx"})));
   const RunResult r = runProgram({RAW_PLAYBACK_BIN, "-n", "-w", "0", path, "--", "/bin/true"});
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("raw_playback: the program ended before the line took all samples"), std::string::npos) << r.err;
@@ -92,9 +76,11 @@ TEST(Sampling, PlaybackStopsWhenTheReaderEnds) {
 }
 
 TEST(RawDump, MergesFilesInTimeOrderWithAbsoluteTimes) {
-  const std::string a = sample_test::writeScratch(
+  ScratchSite site;
+  site.writeOps("channel_config", "timetag msecs ;\n");
+  const std::string a = site.write(
       "dump_a.raw", bytesOf(std::vector<Record>{{43200000, 1, std::string("\1\0", 2)}, {43200300, 1, std::string("\2\0", 2)}}));
-  const std::string b = sample_test::writeScratch("dump_b.raw", bytesOf(std::vector<Record>{{43200100, 2, ""}}));
+  const std::string b = site.write("dump_b.raw", bytesOf(std::vector<Record>{{43200100, 2, ""}}));
   RunResult r = runProgram({RAW_DUMP_BIN, "-D", "2026 11 21", a, b});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out,
