@@ -32,12 +32,6 @@ inline std::string bytesOf(const Record& s, bool eom = false) {
   return b + s.data + (eom ? "\3" : "");
 }
 
-inline std::string bytesOf(const std::vector<Record>& v) {
-  std::string b;
-  for (const Record& s : v) b += bytesOf(s);
-  return b;
-}
-
 inline Record recordOf(const RawSample& s) {
   return Record{ntohl(s.tt), s.chan, std::string(static_cast<const char*>(s.data), static_cast<size_t>(s.size()))};
 }
