@@ -37,7 +37,8 @@ TEST(Framer, ChosenStreams) {
   std::string marker;
   for (int i = 0; i < 255; ++i) marker += static_cast<char>(i);
   const Record end{5, 3, marker}, almost{5, 3, marker.substr(0, 254) + "x"};
-  const std::string A = bytesOf(a), B = bytesOf(b);
+  const std::string A = bytesOf(a), B = bytesOf(b), D = bytesOf(d, true);
+  const std::string lostByte = bytesOf(a, true).substr(1) + bytesOf(b, true) + bytesOf(c, true) + D + D + D;
   const struct {
     const char* what;
     bool framed, datagrams;
@@ -48,7 +49,9 @@ TEST(Framer, ChosenStreams) {
       {"a piece of a sample at the end is no sample", false, false, {A + B.substr(0, 7)}, {{1, a}}},
       {"missing end-of-message byte: one error, resumed after the next one", true, false,
        {bytesOf(a, true) + B + bytesOf(c, true) + bytesOf(d, true)}, {{1, a}, {2, b}, {1, d}}},
-      {"wrong end-of-message byte", true, false, {A + "x" + bytesOf(b, true) + bytesOf(c, true)}, {{2, a}, {1, c}}},
+      // Misread from the lost byte on, the header claims 48 data bytes.
+      {"a byte lost from a header: resumed after the next end-of-message byte, not after what it claimed", true, false,
+       {lostByte}, {{2, Record{0x44c01, 10, lostByte.substr(6, 48)}}, {1, b}, {1, c}, {1, d}, {1, d}, {1, d}}},
       {"datagrams: a sample its datagram does not complete is dropped", false, true,
        {A.substr(0, 9), A.substr(9) + B, A + B}, {{1, a}, {1, b}}},
       {"end-of-data marker, after one that is not quite", false, false,

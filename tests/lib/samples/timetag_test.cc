@@ -19,11 +19,9 @@ const long H = 3600000, M = 60000;
 // believe them after 3 (10 for a named file with a start time).
 enum Kind { LIVE, FILE3, FILE10 };
 
-struct Step {
-  long ms;      // tag, milliseconds of the day
-  double want;  // seconds after kDay, or TOSSED
-  int times;    // how many times in a row
-};
+// A tag (milliseconds of the day), the time it must get (seconds after
+// kDay, or TOSSED), and how many times in a row.
+struct Step { long ms; double want; int times; };
 
 const struct {
   const char* what;
