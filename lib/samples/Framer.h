@@ -59,12 +59,13 @@ class Framer {
 
   // The next sample as it would come out of next() as a Sample, when it is
   // whole in the buffer of a stream without end-of-message bytes; else
-  // null.  Its length byte is p[5]; take(p) consumes it.
-  const char* peekWhole() const {
+  // null.  Its data length is len; take(len) consumes it.
+  const char* peekWhole(int& len) const {
     const char* const p = rbp;
-    return !_checkEOM && p + RawSample::headLen + static_cast<unsigned char>(p[5]) <= wbp ? p : nullptr;
+    len = static_cast<unsigned char>(p[5]);
+    return !_checkEOM && p + RawSample::headLen + len <= wbp ? p : nullptr;
   }
-  void take(const char* p) { rbp += RawSample::headLen + static_cast<unsigned char>(p[5]); }
+  void take(int len) { rbp += RawSample::headLen + len; }
 
  private:
   std::unique_ptr<char[]> inputBuffer;

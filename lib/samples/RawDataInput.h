@@ -105,9 +105,9 @@ class RawDataInput {
   // input; the caller then reads through readSample and tt_to_secs, which
   // reach the same result the long way.
   bool takeUsual(RawSample* samp, double& t) {
-    const char* const p = framer.peekWhole();
+    int len;
+    const char* const p = framer.peekWhole(len);
     if (p == nullptr) return false;
-    const int len = static_cast<unsigned char>(p[5]);
     TIMETAG tt;
     memcpy(&tt, p, 4);
     const long ms = guard.msecs(static_cast<long>(tt));
@@ -117,7 +117,7 @@ class RawDataInput {
     samp->chan = static_cast<CHAN_T>(p[4]);
     samp->len = static_cast<SAMPLE_N>(len);
     samp->ternIndex = ternIndex;
-    framer.take(p);
+    framer.take(len);
     return true;
   }
 

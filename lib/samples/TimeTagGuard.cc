@@ -26,6 +26,12 @@ void TimeTagGuard::restart(double start) {
   lastTT = static_cast<long>(1000.0 * fmod(start, 86400.0));
 }
 
+TTtype TimeTagGuard::siteType() {
+  // A conversion settles the site's type.
+  if (TTConv::type() == unknown) TTConv::Msecs(0);
+  return TTConv::type();
+}
+
 void TimeTagGuard::SetT0day(double t) { t0day = floor(t / 86400.0) * 86400.0; }
 
 double TimeTagGuard::guarded(long ms, const char* name, bool liveRollover) {

@@ -6,7 +6,7 @@
 // time state, so each is compared with the last accepted one.
 //
 // The guard converts tags by the type it is given (unknown: the site's,
-// read through TTConv on first use).
+// through TTConv, settled at the first conversion).
 #ifndef HERON_TIMETAGGUARD_H
 #define HERON_TIMETAGGUARD_H
 
@@ -27,8 +27,13 @@ class TimeTagGuard {
   // tags are tossed before they are believed.
   TimeTagGuard(TTtype type, double now);
 
-  // Tag in wire order to milliseconds of the day.
-  long msecs(long tt) const { return TTConv::Msecs(tt, type_); }
+  // Tag in wire order to milliseconds of the day.  The site's type is
+  // taken at the first conversion (reading the site's channel table if no
+  // conversion has yet), and kept.
+  long msecs(long tt) {
+    if (type_ == unknown) type_ = siteType();
+    return TTConv::Msecs(tt, type_);
+  }
 
   // The usual case, inline: a tag not earlier than the last accepted one
   // and less than two hours after it; t is then its time.  Every other tag
@@ -72,6 +77,7 @@ class TimeTagGuard {
   double GetT0day() const { return t0day; }
 
  private:
+  static TTtype siteType();
   double accept(long ms, double t) {
     lastTT = ms;
     lastUT = t;
