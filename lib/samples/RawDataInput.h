@@ -103,7 +103,8 @@ class RawDataInput {
   // its tag as it comes.  Returns true with the sample in samp and its time
   // in t.  Anything else returns false having taken nothing from the
   // input; the caller then reads through readSample and tt_to_secs, which
-  // reach the same result the long way.
+  // reach the same result the long way (for every input that frames
+  // through this class's nextSample, as all of the library's do).
   bool takeUsual(RawSample* samp, double& t) {
     int len;
     const char* const p = framer.peekWhole(len);

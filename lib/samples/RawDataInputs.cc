@@ -8,7 +8,8 @@ void RawDataInputs::addInput(RawDataInput* in) {
   std::unique_ptr<RawDataInput> owned(in);
   _seq.reserve(_entries.size() + 1);  // so that the insert below cannot fail
   _entries.push_back(Entry{std::move(owned), std::unique_ptr<RawSample>(new RawSample), 1e-37});
-  _seq.insert(_seq.begin(), size() - 1);
+  _ninputs = static_cast<int>(_entries.size());
+  _seq.insert(_seq.begin(), _ninputs - 1);
   // The new input stands first: read its first sample into its slot and
   // sort it in.  Unlike handing out a sample, this consumes nothing of the
   // other inputs, whatever the new one has to offer.
@@ -23,6 +24,7 @@ void RawDataInputs::addInput(RawDataInput* in) {
 void RawDataInputs::removeInput(int i) {
   if (i < 0 || i >= size()) return;
   _entries.erase(_entries.begin() + i);
+  _ninputs = static_cast<int>(_entries.size());
   // The inputs above i have moved down one index; so do their entries.
   _seq.erase(std::remove(_seq.begin(), _seq.end(), i), _seq.end());
   _pending.erase(std::remove(_pending.begin(), _pending.end(), i), _pending.end());

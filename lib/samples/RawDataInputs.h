@@ -23,7 +23,7 @@
 
 class RawDataInputs {
  public:
-  RawDataInputs() : _outsample(new RawSample), _head(nullptr) {}
+  RawDataInputs() : _outsample(new RawSample), _head(nullptr), _ninputs(0) {}
 
   RawDataInputs(const RawDataInputs&) = delete;
   RawDataInputs& operator=(const RawDataInputs&) = delete;
@@ -48,9 +48,17 @@ class RawDataInputs {
         t = e->time;
         e->time = u;
         // Still the earliest (always so with one input): nothing moves.
-        if (_seq.size() > 1 && !(u < _entries[static_cast<size_t>(_seq[1])].time)) {
-          placeFirstSlow(u);
-          setHead();
+        // Otherwise behind every input whose time is not greater, so that
+        // equal times go out in the order they were read; nothing is
+        // pending, and the search stops at position 1 at the latest.
+        int* const seq = _seq.data();
+        if (_ninputs > 1 && !(u < _entries[static_cast<size_t>(seq[1])].time)) {
+          const int i = seq[0];
+          int k = _ninputs - 1;
+          while (_entries[static_cast<size_t>(seq[k])].time > u) --k;
+          for (int m = 0; m < k; ++m) seq[m] = seq[m + 1];
+          seq[k] = i;
+          _head = &_entries[static_cast<size_t>(seq[0])];
         }
         return _outsample.get();
       }
@@ -67,7 +75,7 @@ class RawDataInputs {
   // index.
   void removeInput(int i);
 
-  int size() const { return static_cast<int>(_entries.size()); }
+  int size() const { return _ninputs; }
 
  private:
   // One input, the sample read ahead from it, and that sample's time.
@@ -81,8 +89,7 @@ class RawDataInputs {
   // every waiting input whose time is not greater.  Pending inputs stay at
   // the back.
   void placeFirst(double t) {
-    const int n = size();
-    if (n < 2 || (t < _entries[static_cast<size_t>(_seq[1])].time && _pending.empty())) return;
+    if (_ninputs < 2 || (t < _entries[static_cast<size_t>(_seq[1])].time && _pending.empty())) return;
     placeFirstSlow(t);
   }
   void placeFirstSlow(double t);
@@ -105,6 +112,8 @@ class RawDataInputs {
   // The entry whose sample goes out next when nothing is pending, else
   // null: all that the usual pass reads besides the input itself.
   Entry* _head;
+  // The number of inputs (_entries.size(), kept at hand for the usual pass).
+  int _ninputs;
 };
 
 #endif
