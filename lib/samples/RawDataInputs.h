@@ -1,11 +1,14 @@
 // Merges several raw data inputs into one stream of samples in time order.
 //
 // One sample is kept read ahead from every input; getSample hands out the
-// earliest and reads that input's next one.  An input that ends is dropped
-// and the others go on; when none is left getSample throws
+// earliest and reads that input's next one.  Among equal times the sample
+// read ahead first goes out first.  An input that ends is dropped and the
+// others go on; when none is left getSample throws
 // oru::EOFException("all inputs", "getSample").  An input that fails
 // (oru::IOException) or is interrupted (oru::InterruptedException) is
-// dropped too and the exception reaches the caller.
+// dropped too and the exception reaches the caller.  An input with nothing
+// to give now, or a framing error, waits on a pending list and is read
+// again first on every later call.
 //
 // Times come from each input's own time-tag guard: a sample it could not
 // trust has the time RawDataInput::BIGBANG and goes out at once; callers
@@ -13,15 +16,14 @@
 #ifndef HERON_RAWDATAINPUTS_H
 #define HERON_RAWDATAINPUTS_H
 
+#include <memory>
 #include <vector>
 
 #include "samples/Sample.h"
 
 class RawDataInputs {
  public:
-  RawDataInputs() : _front(nullptr), _frontIndex(0), _outsample(new RawSample), _ninputs(0) {}
-  // Deletes every input and sample.
-  ~RawDataInputs();
+  RawDataInputs() : _outsample(new RawSample), _head(nullptr), _ninputs(0) {}
 
   RawDataInputs(const RawDataInputs&) = delete;
   RawDataInputs& operator=(const RawDataInputs&) = delete;
@@ -36,34 +38,29 @@ class RawDataInputs {
   // owned by the merger and is valid until the next call.  Null only when
   // every remaining input is non-blocking and has no data now.
   RawSample* getSample(double& t) {
-    // The usual pass, inline: nothing is pending, the earliest input is a
-    // file input and its next sample comes the usual way (takeUsual).
-    // Anything else takes the full pass, which starts afresh.
-    FilesRawDataInput* const f = _front;
-    if (f != nullptr) {
-      RawSample* const next = _outsample;
+    // The usual pass, inline: the head (see below) is set and its next
+    // sample comes the usual way (RawDataInput::takeUsual).  Anything else
+    // takes the full pass, which starts afresh.
+    if (Entry* const e = _head) {
       double u;
-      if (f->takeUsual(next, u)) {
-        const int i = _frontIndex;
-        RawSample* const out = _samples[i];
-        _samples[i] = next;
-        _outsample = out;
-        t = _uts[i];
-        _uts[i] = u;
-        // Behind every waiting input whose time is not greater, so that
-        // equal times go out in the order they were read.  The search
-        // stops at position 1 at the latest.
+      if (e->input->takeUsual(_outsample.get(), u)) {
+        e->ahead.swap(_outsample);
+        t = e->time;
+        e->time = u;
+        // Still the earliest (always so with one input): nothing moves.
+        // Otherwise behind every input whose time is not greater, so that
+        // equal times go out in the order they were read; nothing is
+        // pending, and the search stops at position 1 at the latest.
         int* const seq = _seq.data();
-        const double* const uts = _uts.data();
-        if (_ninputs > 1 && !(u < uts[seq[1]])) {
+        if (_ninputs > 1 && !(u < _entries[static_cast<size_t>(seq[1])].time)) {
+          const int i = seq[0];
           int k = _ninputs - 1;
-          while (uts[seq[k]] > u) --k;
+          while (_entries[static_cast<size_t>(seq[k])].time > u) --k;
           for (int m = 0; m < k; ++m) seq[m] = seq[m + 1];
           seq[k] = i;
-          _frontIndex = seq[0];
-          _front = _files[seq[0]];
+          _head = &_entries[static_cast<size_t>(seq[0])];
         }
-        return out;
+        return _outsample.get();
       }
     }
     return fullPass(t);
@@ -81,33 +78,42 @@ class RawDataInputs {
   int size() const { return _ninputs; }
 
  private:
+  // One input, the sample read ahead from it, and that sample's time.
+  struct Entry {
+    std::unique_ptr<RawDataInput> input;
+    std::unique_ptr<RawSample> ahead;
+    double time;
+  };
+
+  // The input at _seq[0], whose read-ahead time is now t, goes behind
+  // every waiting input whose time is not greater.  Pending inputs stay at
+  // the back.
+  void placeFirst(double t) {
+    if (_ninputs < 2 || (t < _entries[static_cast<size_t>(_seq[1])].time && _pending.empty())) return;
+    placeFirstSlow(t);
+  }
+  void placeFirstSlow(double t);
+  // Sets _head after any change of the inputs, the order or the pending
+  // list.
+  void setHead() { _head = _pending.empty() && !_seq.empty() ? &_entries[static_cast<size_t>(_seq[0])] : nullptr; }
   RawSample* fullPass(double& t);
-  void setFront();
   int readInput(int i);
   void park(int i);
-  void moveToFront(int pos);
-  void placeFirst(double t);
   bool isPending(int i) const;
 
-  std::vector<RawDataInput*> _inputs;
-  // Per input, the same input when it is a file input, else null: file
-  // inputs are read inline in the usual case (FilesRawDataInput::takeUsual).
-  std::vector<FilesRawDataInput*> _files;
-  // The input whose sample goes out next when the inline pass can take it
-  // (nothing is pending and it is a file input), else null; _frontIndex is
-  // its index.  Set anew by every change of the order (setFront).
-  FilesRawDataInput* _front;
-  int _frontIndex;
-  // Per input, the sample read ahead.
-  std::vector<RawSample*> _samples;
+  std::vector<Entry> _entries;
   // The sample last handed out.  It is exchanged with the read-ahead slot
   // of its input, so samples are never copied, and it belongs to the merger
   // so that it outlives an input that ends on the read behind it.
-  RawSample* _outsample;
-  std::vector<double> _uts;
+  std::unique_ptr<RawSample> _outsample;
+  // Input indices in ascending order of time; _seq[0] goes out next.
   std::vector<int> _seq;
-  int _ninputs;
   std::vector<int> _pending;
+  // The entry whose sample goes out next when nothing is pending, else
+  // null: all that the usual pass reads besides the input itself.
+  Entry* _head;
+  // The number of inputs (_entries.size(), kept at hand for the usual pass).
+  int _ninputs;
 };
 
 #endif

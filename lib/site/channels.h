@@ -14,12 +14,10 @@
 #include <memory>
 #include <string>
 
+#include "time/TTtype.h"
+
 enum hardware { DATEL = 0, IV1624 = 1, IV3234 = 2, DATEL_TTL_OUT = 3, UNKNOWN = 4 };
 enum portstat { ON = 0, OFF = 1 };
-// How a raw sample's 32-bit time tag counts the time of day: wierd12 has
-// seconds in the upper 20 bits and milliseconds in the low 12; msecs is
-// milliseconds of the day.
-enum TTtype { wierd12 = 0, msecs = 1, unknown = 2 };
 
 // Card and status words are case-sensitive; unknown ones give UNKNOWN and
 // OFF.  Each list is owned through its head: an entry owns the next one.

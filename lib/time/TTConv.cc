@@ -2,6 +2,7 @@
 
 #include "base/Exception.h"
 #include "base/logit.h"
+#include "site/channels.h"
 
 TTtype TTConv::_ttType = unknown;
 

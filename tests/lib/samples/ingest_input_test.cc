@@ -25,23 +25,23 @@ void expectChannels(RawDataInput& in, std::set<int> chans, int n, int ternIndex)
   }
 }
 
-void cycle(int socketType) {
-  const int number = heron_test::testSystemNumber();
-  heron_test::TestIngestServer server(number);
-  ASSERT_TRUE(server.ok()) << server.error();
-  ChanBits bits;
-  bits.Set(std::vector<int>{3, 200});
-  IngestRawDataInput in("tern1", number, heron_test::kLoopback, bits, socketType);
-  EXPECT_STREQ(in.getName(), "tern1@127.0.0.1");
-  expectChannels(in, {3, 200}, 20, number);
-  ChanBits next;
-  next.Set(9);
-  in.resetChannels(next);
-  expectChannels(in, {9}, 10, number);
+TEST(IngestInput, StreamAndDatagramConnections) {
+  for (int socketType : {1, 2}) {
+    SCOPED_TRACE(socketType);
+    const int number = heron_test::testSystemNumber();
+    heron_test::TestIngestServer server(number);
+    ASSERT_TRUE(server.ok()) << server.error();
+    ChanBits bits;
+    bits.Set(std::vector<int>{3, 200});
+    IngestRawDataInput in("tern1", number, heron_test::kLoopback, bits, socketType);
+    EXPECT_STREQ(in.getName(), "tern1@127.0.0.1");
+    expectChannels(in, {3, 200}, 20, number);
+    ChanBits next;
+    next.Set(9);
+    in.resetChannels(next);
+    expectChannels(in, {9}, 10, number);
+  }
 }
-
-TEST(IngestInput, StreamConnection) { cycle(1); }
-TEST(IngestInput, DatagramConnection) { cycle(2); }
 
 TEST(IngestInput, NoServerEndsTheProcess) {
   ASSERT_EQ(heron_test::ensureRpcbind(), "");

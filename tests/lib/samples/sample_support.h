@@ -1,44 +1,83 @@
-// Helpers shared by the raw-sample tests: building sample bytes, scratch
-// files, and a site whose time tags are milliseconds of the day.
+// Helpers shared by the raw-sample tests and fuzz drivers: sample bytes as
+// they travel, a byte source fed from strings, and an input over it.
 #ifndef HERON_TESTS_SAMPLE_SUPPORT_H
 #define HERON_TESTS_SAMPLE_SUPPORT_H
 
 #include <arpa/inet.h>
+#include <errno.h>
 #include <stdint.h>
+#include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
+#include "samples/RawDataInput.h"
+
 namespace sample_test {
 
-// One sample as it travels: header (time tag in milliseconds of the day,
-// big-endian), data; eom appends the end-of-message byte 3.
+// One sample: time tag in milliseconds of the day, channel, data.
 struct Record {
   uint32_t ms;
   uint8_t chan;
   std::string data;
 };
 
+// Its bytes (big-endian tag); eom appends the end-of-message byte 3.
 inline std::string bytesOf(const Record& s, bool eom = false) {
-  std::string b;
   const uint32_t tt = htonl(s.ms);
-  b.append(reinterpret_cast<const char*>(&tt), 4);
+  std::string b(reinterpret_cast<const char*>(&tt), 4);
   b += static_cast<char>(s.chan);
   b += static_cast<char>(s.data.size());
-  b += s.data;
-  if (eom) b += '\3';
-  return b;
+  return b + s.data + (eom ? "\3" : "");
 }
 
-inline std::string bytesOf(const std::vector<Record>& v) {
-  std::string b;
-  for (const Record& s : v) b += bytesOf(s);
-  return b;
+inline Record recordOf(const RawSample& s) {
+  return Record{ntohl(s.tt), s.chan, std::string(static_cast<const char*>(s.data), static_cast<size_t>(s.size()))};
 }
 
-// Writes a file in the scratch site ($HERON, whose channel table says
-// msecs), which goes when the test program ends; returns its path.
-std::string writeScratch(const std::string& name, const std::string& bytes);
+inline bool operator==(const Record& a, const Record& b) {
+  return a.ms == b.ms && a.chan == b.chan && a.data == b.data;
+}
+
+// Hands out its pieces in order, each in reads of at most the size asked;
+// an empty piece is one read that finds nothing now (EAGAIN).  After the
+// last piece: the end (ends) or nothing now for ever.
+class StringSource : public ByteSource {
+ public:
+  StringSource(std::vector<std::string> pieces, bool ends) : pieces_(std::move(pieces)), ends_(ends) {}
+  long read(char* p, size_t n) override {
+    if (k_ == pieces_.size()) return ends_ ? 0 : (errno = EAGAIN, -1);
+    const std::string& s = pieces_[k_];
+    const size_t m = std::min(n, s.size() - pos_);
+    memcpy(p, s.data() + pos_, m);
+    if ((pos_ += m) == s.size()) ++k_, pos_ = 0;
+    return m ? static_cast<long>(m) : (errno = EAGAIN, -1);
+  }
+
+ private:
+  std::vector<std::string> pieces_;
+  bool ends_;
+  size_t k_ = 0, pos_ = 0;
+};
+
+// An input over a StringSource whose time tags are milliseconds of the
+// day, started at the time start.  A live one frames with end-of-message
+// bytes and takes earlier tags believed at last as the next day.
+class MemoryInput : public RawDataInput {
+ public:
+  MemoryInput(std::vector<std::string> pieces, bool ends, int ternIndex, double start, bool live = false)
+      : RawDataInput(std::unique_ptr<ByteSource>(new StringSource(std::move(pieces), ends)), ternIndex, 8192, msecs),
+        live_(live) {
+    setName("mem");
+    guard.restart(start);
+    if (live) framer.setEndOfMessage(3);
+  }
+  int checkForMidnightRollover() const override { return live_; }
+
+ private:
+  bool live_;
+};
 
 }  // namespace sample_test
 

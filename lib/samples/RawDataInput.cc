@@ -1,0 +1,131 @@
+#include "samples/RawDataInput.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <time.h>
+
+#include "base/Exception.h"
+#include "base/logit.h"
+
+volatile sig_atomic_t RawDataInput::interruptSet = 0;
+volatile sig_atomic_t RawDataInput::lastSignal = 0;
+
+namespace {
+double clockNow() {
+  struct timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<double>(now.tv_sec) + now.tv_nsec * 1e-9;
+}
+}  // namespace
+
+RawDataInput::RawDataInput(int fd_, int ternIndex_, int bufsize)
+    : fd(fd_),
+      ternIndex(ternIndex_),
+      name("unknown"),
+      nonBlocking(0),
+      inputBufSize(bufsize),
+      framer(bufsize),
+      guard(unknown, clockNow()),
+      source(new DescriptorSource(fd)) {
+  installHandler();
+}
+
+RawDataInput::RawDataInput(std::unique_ptr<ByteSource> source_, int ternIndex_, int bufsize, TTtype type)
+    : fd(-1),
+      ternIndex(ternIndex_),
+      name("unknown"),
+      nonBlocking(0),
+      inputBufSize(bufsize),
+      framer(bufsize),
+      guard(type, clockNow()),
+      source(std::move(source_)) {
+  installHandler();
+}
+
+RawDataInput::~RawDataInput() = default;
+
+void RawDataInput::installHandler() {
+  struct sigaction act;
+  memset(&act, 0, sizeof act);
+  act.sa_handler = sighandler;
+  sigemptyset(&act.sa_mask);
+  act.sa_flags = 0;
+  const int sigs[] = {SIGINT, SIGTERM, SIGHUP};
+  for (int sig : sigs)
+    if (sigaction(sig, &act, nullptr) != 0) logit(LOG_ERR, "RawDataInput: sigaction(%d): %m", sig);
+}
+
+// The handler only records what happened: the reader logs it and stops at
+// its next read, outside signal context.
+void RawDataInput::sighandler(int sig) {
+  lastSignal = sig;
+  interruptSet = 1;
+}
+
+void RawDataInput::interrupted() {
+  logit(LOG_INFO, "sighandler:  signal= %d", static_cast<int>(lastSignal));
+  throw oru::InterruptedException(getName(), "readBuffer");
+}
+
+void RawDataInput::openNextFile() { throw oru::EOFException(getName(), "RawDataInput::openNextFile"); }
+
+int RawDataInput::readBuffer() {
+  if (interruptSet) interrupted();
+  if (framer.full()) return 0;
+  long n;
+  // An input past its last file has no descriptor, which reads as an end:
+  // openNextFile reports the end again.
+  while ((n = framer.fill(*source)) < 1) {
+    if (interruptSet) interrupted();
+    if (n < 0) {
+      if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
+      // A signal we do not handle ourselves interrupted the read: retry.
+      if (errno == EINTR) continue;
+      throw oru::IOException(getName(), "readBuffer", errno);
+    }
+    if (nonBlocking) return 0;
+    openNextFile();
+  }
+  return static_cast<int>(n);
+}
+
+int RawDataInput::nextSample(RawSample* samp) {
+  const Framer::Result r = framer.next(samp, ternIndex);
+  if (r == Framer::EndOfData) throw oru::EOFException(getName(), "nextSample");
+  return r;
+}
+
+int RawDataInput::readSample(RawSample* samp) {
+  for (;;) {
+    const int r = nextSample(samp);
+    if (r > 0) return r;
+    if (readBuffer() == 0) return 0;
+  }
+}
+
+int RawDataInput::search(double t, RawSample* samp) {
+  for (;;) {
+    const int r = readSample(samp);
+    if (r == Framer::FramingError) continue;
+    if (r == Framer::Sample && tt_to_secs(static_cast<long>(samp->tt)) < t) continue;
+    return r;
+  }
+}
+
+void RawDataInput::setNonBlocking(int val) {
+  nonBlocking = val;
+  const int flags = fcntl(fd, F_GETFL);
+  if (flags < 0) throw oru::IOException(getName(), "setNonBlocking fcntl", errno);
+  const int want = val ? (flags | O_NONBLOCK) : (flags & ~O_NONBLOCK);
+  if (want != flags && fcntl(fd, F_SETFL, want) < 0) throw oru::IOException(getName(), "setNonBlocking fcntl", errno);
+}
+
+long RawDataInput::msecs_to_tt(long msecs) {
+  // The first conversion settles the site's tag type.
+  if (TTConv::type() == unknown) TTConv::Msecs(0);
+  uint32_t v = static_cast<uint32_t>(msecs);
+  if (TTConv::type() == wierd12)
+    v = (static_cast<uint32_t>(msecs / 1000) << 12) | static_cast<uint32_t>(msecs % 1000);
+  return static_cast<long>(htonl(v));
+}
