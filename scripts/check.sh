@@ -1,7 +1,7 @@
 #!/bin/sh
 # Builds warning-free (-Werror) and runs the whole suite twice: once plain and
 # once under AddressSanitizer and UndefinedBehaviorSanitizer; then runs each
-# fuzz target briefly (FUZZ_SECONDS, default 60) under the same sanitizers.
+# fuzz target briefly (FUZZ_SECONDS, default 20) under the same sanitizers.
 set -eu
 cd "$(dirname "$0")/.."
 sh scripts/install-deps.sh

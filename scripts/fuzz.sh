@@ -1,10 +1,10 @@
 #!/bin/sh
 # Builds every libFuzzer target under tests/fuzz with clang, AddressSanitizer
-# and UndefinedBehaviorSanitizer, and runs each for FUZZ_SECONDS (default 60).
+# and UndefinedBehaviorSanitizer, and runs each for FUZZ_SECONDS (default 20).
 # Starting inputs of target <name>_fuzz, when it has any, are in tests/fuzz/<name>_corpus.
 set -eu
 cd "$(dirname "$0")/.."
-seconds=${FUZZ_SECONDS:-60}
+seconds=${FUZZ_SECONDS:-20}
 dir=build-fuzz
 command -v clang++ >/dev/null || { echo "fuzz: clang++ is not installed" >&2; exit 1; }
 cmake -S . -B "$dir" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
