@@ -108,6 +108,15 @@ enum clnt_stat recvRecord(DeadlineClient* c, std::string* rec, const Deadline& d
   return RPC_SUCCESS;
 }
 
+// Runs codec on obj (encoding or decoding, never releasing).  The library
+// makes the call, as it makes every other call of a codec: codecs have many
+// types and xdrproc_t is none of them.  With a pointer that is not null,
+// xdr_reference only calls the codec.
+bool_t runCodec(XDR* x, xdrproc_t codec, void* obj) {
+  caddr_t p = static_cast<caddr_t>(obj);
+  return xdr_reference(x, &p, 0, codec);
+}
+
 enum clnt_stat sendCall(DeadlineClient* c, rpcproc_t proc, xdrproc_t xargs, void* args, const Deadline& d) {
   struct rpc_msg msg;
   memset(&msg, 0, sizeof msg);
@@ -124,7 +133,7 @@ enum clnt_stat sendCall(DeadlineClient* c, rpcproc_t proc, xdrproc_t xargs, void
   std::string buf(4 + size, '\0');
   XDR x;
   xdrmem_create(&x, &buf[4], static_cast<u_int>(size), XDR_ENCODE);
-  const bool encoded = xdr_callmsg(&x, &msg) && xargs(&x, args);
+  const bool encoded = xdr_callmsg(&x, &msg) && runCodec(&x, xargs, args);
   const u_int used = xdr_getpos(&x);
   xdr_destroy(&x);
   if (!encoded) return fail(c, RPC_CANTENCODEARGS);
@@ -151,7 +160,7 @@ enum clnt_stat decodeReply(DeadlineClient* c, std::string* rec, xdrproc_t xres, 
   if (!*skip) {
     _seterr_reply(&reply, &c->err);
     st = c->err.re_status;
-    if (st == RPC_SUCCESS && !xres(&x, res)) {
+    if (st == RPC_SUCCESS && !runCodec(&x, xres, res)) {
       xdr_free(xres, static_cast<char*>(res));  // nothing half-decoded stays behind
       st = fail(c, RPC_CANTDECODERES);
     }

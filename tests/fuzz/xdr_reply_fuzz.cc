@@ -15,21 +15,29 @@
 namespace {
 
 struct Codec {
+  bool (*decode)(XDR*, void*);
   xdrproc_t proc;
-  size_t size;
 };
 
-template <class T>
-Codec codec(bool_t (*f)(XDR*, T*)) {
-  return {reinterpret_cast<xdrproc_t>(f), sizeof(T)};
+// Each codec is called with its own type; xdr_free calls it as the library
+// does.
+template <class T, bool_t (*F)(XDR*, T*)>
+Codec codec() {
+  return {[](XDR* x, void* obj) { return F(x, static_cast<T*>(obj)) != 0; }, reinterpret_cast<xdrproc_t>(F)};
 }
 
 const Codec kCodecs[] = {
-    codec(xdr_int),  // the ingest procedures, rdate_1 and rgmtmsecs_1
-    codec(xdr_ingest_connection_res), codec(xdr_input_status_res), codec(xdr_siocfg_res),
-    codec(xdr_configint_res),         codec(xdr_configstring_res), codec(xdr_analogcfg_res),
-    codec(xdr_blazingArchive_res),    codec(xdr_ttl_output_cfg_res), codec(xdr_etc_hosts_res),
-    codec(heron_xdr_wrapstring),  // getternserverenv_1
+    codec<int, xdr_int>(),  // the ingest procedures, rdate_1 and rgmtmsecs_1
+    codec<ingest_connection_res, xdr_ingest_connection_res>(),
+    codec<input_status_res, xdr_input_status_res>(),
+    codec<siocfg_res, xdr_siocfg_res>(),
+    codec<configint_res, xdr_configint_res>(),
+    codec<configstring_res, xdr_configstring_res>(),
+    codec<analogcfg_res, xdr_analogcfg_res>(),
+    codec<blazingArchive_res, xdr_blazingArchive_res>(),
+    codec<ttl_output_cfg_res, xdr_ttl_output_cfg_res>(),
+    codec<etc_hosts_res, xdr_etc_hosts_res>(),
+    codec<char*, heron_xdr_wrapstring>(),  // getternserverenv_1
 };
 
 }  // namespace
@@ -45,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   XDR x;
   xdrmem_create(&x, const_cast<char*>(reinterpret_cast<const char*>(data + 1)), static_cast<u_int>(size - 1),
                 XDR_DECODE);
-  c.proc(&x, obj.bytes);
+  c.decode(&x, obj.bytes);
   xdr_destroy(&x);
   xdr_free(c.proc, obj.bytes);
   return 0;
