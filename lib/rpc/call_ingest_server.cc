@@ -8,6 +8,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "rpc/chan_subs.h"
 #include "rpc/ingest_client.h"
 #include "rpc/ingest_rpc_client.h"
@@ -43,9 +46,26 @@ long long monotonicMillis() {
   return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
+// The IPv4 addresses of the ingest server's host.
+std::vector<in_addr_t> hostAddresses(const char* host) {
+  std::vector<in_addr_t> addrs;
+  struct addrinfo hints;
+  memset(&hints, 0, sizeof hints);
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  struct addrinfo* ai = nullptr;
+  if (getaddrinfo(host, nullptr, &hints, &ai) != 0) return addrs;
+  for (const struct addrinfo* a = ai; a != nullptr; a = a->ai_next)
+    addrs.push_back(reinterpret_cast<const struct sockaddr_in*>(a->ai_addr)->sin_addr.s_addr);
+  freeaddrinfo(ai);
+  return addrs;
+}
+
 // Waits for the server's connection on the listening socket; the accepted
-// descriptor, or -1 with errno set (ETIMEDOUT when nobody came in time).
-int acceptConnectBack(int listenfd) {
+// descriptor, or -1 with errno set (ETIMEDOUT when the server did not come
+// in time).  Only a connection from one of the server's addresses is taken:
+// anyone else who finds the port is hung up on, and the wait goes on.
+int acceptConnectBack(int listenfd, const std::vector<in_addr_t>& server) {
   long long deadline = monotonicMillis() + INGEST_CONNECT_BACK_SECS * 1000LL;
   for (;;) {
     long long left = deadline - monotonicMillis();
@@ -58,8 +78,15 @@ int acceptConnectBack(int listenfd) {
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) return -1;
     if (n == 0) continue;
-    int fd = accept4(listenfd, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0 || (errno != EINTR && errno != ECONNABORTED)) return fd;
+    struct sockaddr_in peer;
+    socklen_t len = sizeof peer;
+    int fd = accept4(listenfd, reinterpret_cast<struct sockaddr*>(&peer), &len, SOCK_CLOEXEC);
+    if (fd < 0 && errno != EINTR && errno != ECONNABORTED && errno != EAGAIN) return -1;
+    if (fd < 0) continue;
+    if (peer.sin_family == AF_INET &&
+        std::find(server.begin(), server.end(), peer.sin_addr.s_addr) != server.end())
+      return fd;
+    close(fd);
   }
 }
 
@@ -91,7 +118,9 @@ extern "C" ingest_connect* call_ingest_server(const char* /*kites_name*/, int ki
   if (igp->param.name == nullptr) return fail(igp, -1, INGEST_ERR_SYSTEM, err);
   igp->param.sock_is_dgram = dgram_ok;
 
-  int sock = socket(AF_INET, (dgram_ok ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0);
+  // A listening socket never blocks: a connection given up between the
+  // wait and the accept must not hang us.
+  int sock = socket(AF_INET, (dgram_ok ? SOCK_DGRAM : SOCK_STREAM | SOCK_NONBLOCK) | SOCK_CLOEXEC, 0);
   if (sock < 0) return fail(igp, -1, INGEST_ERR_SYSTEM, err);
   struct sockaddr_in sin;
   memset(&sin, 0, sizeof sin);
@@ -121,7 +150,7 @@ extern "C" ingest_connect* call_ingest_server(const char* /*kites_name*/, int ki
   if (!called) return fail(igp, sock, INGEST_ERR_CONNECT, err);
 
   if (type == SOCK_STREAM) {
-    int fd = acceptConnectBack(sock);
+    int fd = acceptConnectBack(sock, hostAddresses(ingest_server));
     if (fd < 0) return fail(igp, sock, INGEST_ERR_SYSTEM, err);
     close(sock);
     igp->socketfd = fd;

@@ -28,8 +28,10 @@ enum {
   INGEST_ERR_RESET = -8
 };
 
-// Seconds allowed for each remote call, and for a stream connection to be
-// made back to us after the server accepted INGEST_CONNECT.
+// Seconds allowed for each remote call (from its start to its whole reply),
+// and for a stream connection to be made back to us after the server
+// accepted INGEST_CONNECT.  Only a connection from one of the addresses of
+// the server's host is taken as that connection.
 enum { INGEST_CALL_TIMEOUT_SECS = 5, INGEST_CONNECT_BACK_SECS = 5 };
 
 // A live data connection.  socketfd is where the samples arrive (close-on-

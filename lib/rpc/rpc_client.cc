@@ -11,6 +11,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "rpc/deadline_client.h"
+
 namespace {
 
 void systemError(int err) {
@@ -72,18 +74,11 @@ int connectTimed(const struct sockaddr_in& addr, const struct timeval* timeout) 
   return fd;
 }
 
-// A client over an already connected socket, which it then owns.
-CLIENT* clientOn(struct sockaddr_in& addr, rpcprog_t prog, rpcvers_t vers, const struct timeval* timeout) {
+// A client of the program listening at addr; it owns its socket.
+CLIENT* clientOn(const struct sockaddr_in& addr, rpcprog_t prog, rpcvers_t vers, const struct timeval* timeout) {
   int fd = connectTimed(addr, timeout);
   if (fd < 0) return nullptr;
-  CLIENT* clnt = clnttcp_create(&addr, prog, vers, &fd, 0, 0);
-  if (clnt == nullptr) {
-    close(fd);
-    return nullptr;
-  }
-  clnt_control(clnt, CLSET_FD_CLOSE, nullptr);
-  clnt_control(clnt, CLSET_TIMEOUT, reinterpret_cast<char*>(const_cast<struct timeval*>(timeout)));
-  return clnt;
+  return heron_deadline_client(fd, prog, vers, timeout);
 }
 
 }  // namespace

@@ -12,8 +12,9 @@
 // A client of program prog, version vers on host, or NULL with rpc_createerr
 // set the way the RPC library sets it (clnt_spcreateerror gives the reason:
 // unknown host, program not registered, port mapper failure, refused or timed-
-// out connection).  Calls on the client wait at most `timeout` too.  The
-// client owns its socket (close-on-exec); clnt_destroy closes it.
+// out connection).  Every call on the client ends within `timeout` from its
+// start, whatever the server sends (deadline_client.h).  The client owns its
+// socket (close-on-exec); clnt_destroy closes it.
 CLIENT* heron_clnt_create(const char* host, rpcprog_t prog, rpcvers_t vers, const struct timeval* timeout);
 
 // A client destroyed (and its socket closed) with its owner.

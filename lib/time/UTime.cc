@@ -2,6 +2,7 @@
 
 #include <ctype.h>
 #include <errno.h>
+#include <limits.h>
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -43,26 +44,29 @@ int yearSince1900(int year) {
   return year;
 }
 
-// Seconds since the epoch of the given broken-down fields (tm_year since
-// 1900, tm_mon 0-based, any field may carry), read as UTC when local is 0 and
-// in the process's zone otherwise; secs may hold a fraction.  BIGBANG when
-// the fields cannot be represented.
-double fieldsToSecs(int local, int tmYear, int tmMon, int mday, int hour, int minute,
+// Seconds since the epoch of the given broken-down fields (tmYear since
+// 1900, tmMon 0-based, any field may carry), read as UTC when local is 0 and
+// in the process's zone otherwise; secs may hold a fraction.  The arithmetic
+// is wide enough for any int fields.  BIGBANG when the fields cannot be
+// represented: seconds of a billion or more, or months that carry the year
+// beyond what a broken-down time holds.
+double fieldsToSecs(int local, long long tmYear, long long tmMon, int mday, int hour, int minute,
                     double secs) {
   if (!(fabs(secs) < 1e9)) return UTime::BIGBANG;  // also rejects NaN
   const double whole = trunc(secs);
   const double frac = secs - whole;
+  long long year = tmYear + tmMon / 12;
+  int mon = static_cast<int>(tmMon % 12);
+  if (mon < 0) {
+    mon += 12;
+    --year;
+  }
+  if (year < INT_MIN || year > INT_MAX) return UTime::BIGBANG;
 
   if (!local) {
     // UTC fields need no zone at all: plain calendar arithmetic, which
     // carries out-of-range fields the same way mktime does.
-    long long y = 1900LL + tmYear + tmMon / 12;
-    int m = tmMon % 12;
-    if (m < 0) {
-      m += 12;
-      --y;
-    }
-    const long long days = daysFromCivil(y, m + 1, mday);
+    const long long days = daysFromCivil(1900 + year, mon + 1, mday);
     const long long t = days * 86400 + static_cast<long long>(hour) * 3600 +
                         static_cast<long long>(minute) * 60 + static_cast<long long>(whole);
     return static_cast<double>(t) + frac;
@@ -74,8 +78,8 @@ double fieldsToSecs(int local, int tmYear, int tmMon, int mday, int hour, int mi
   tm.tm_min = minute;
   tm.tm_hour = hour;
   tm.tm_mday = mday;
-  tm.tm_mon = tmMon;
-  tm.tm_year = tmYear;
+  tm.tm_mon = mon;
+  tm.tm_year = static_cast<int>(year);
   tm.tm_isdst = -1;
   errno = 0;
   const time_t t = mktime(&tm);
@@ -138,7 +142,7 @@ double parseFreeForm(int local, const char* str) {
   }
   // A day of the year is day d of January: the calendar carries it into
   // the right month, and the zone's daylight-saving state of that day.
-  return fieldsToSecs(local, yearSince1900(year), mon - 1, day, hour, minute, secs);
+  return fieldsToSecs(local, yearSince1900(year), mon - 1LL, day, hour, minute, secs);
 }
 
 // Copies fmt into out with every "%F" / "%nF" replaced by the fraction of
@@ -194,7 +198,7 @@ time_t printableWhole(double t) {
 }  // namespace
 
 UTime::UTime(int local, int year, int mon, int day, int hour, int minute, float fsec)
-    : _utime(fieldsToSecs(local, yearSince1900(year), mon - 1, day, hour, minute, fsec)) {}
+    : _utime(fieldsToSecs(local, yearSince1900(year), mon - 1LL, day, hour, minute, fsec)) {}
 
 UTime::UTime(int local, int year, int yday, int hour, int minute, float fsec)
     : _utime(fieldsToSecs(local, yearSince1900(year), 0, yday, hour, minute, fsec)) {}

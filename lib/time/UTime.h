@@ -24,7 +24,9 @@ class UTime {
 
   // Calendar fields; mon is 1..12.  Years from 1900 on are taken as they
   // are; smaller ones are years since 1900, and 0..49 mean 2000..2049.  Fields
-  // out of range carry over (month 13 is January of the next year).
+  // out of range carry over (month 13 is January of the next year); BIGBANG
+  // when they carry the year beyond the range of an int, or the seconds
+  // reach a billion.
   UTime(int local, int year, int mon, int day, int hour, int minute, float fsec);
 
   // Day of the year, 1 for January 1; the year as above.

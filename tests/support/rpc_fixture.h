@@ -178,21 +178,12 @@ inline int testSystemNumber() { return 1000 + static_cast<int>(getpid() % 100000
 inline void withdrawProgram(unsigned long prog) { rpcb_unset(static_cast<rpcprog_t>(prog), 1, nullptr); }
 
 // The test ingest server of acquisition system `number`; option
-// "--no-connect-back" or none.
+// "--no-connect-back", "--stranger" or none.
 class TestIngestServer : public ServerProcess {
  public:
   explicit TestIngestServer(int number, std::vector<std::string> options = {})
       : ServerProcess(testProgramPath("ingest_test_server"),
                       (options.insert(options.begin(), std::to_string(number)), options)) {}
-};
-
-// The ingest test server answering every call to `prog` badly: mode
-// "garbage", "truncated" or "hangup" (see its --reply option).
-class JunkServer : public ServerProcess {
- public:
-  JunkServer(unsigned long prog, const char* mode)
-      : ServerProcess(testProgramPath("ingest_test_server"),
-                      {std::to_string(prog), std::string("--reply=") + mode}, prog == kModuleServerProgram) {}
 };
 
 }  // namespace heron_test

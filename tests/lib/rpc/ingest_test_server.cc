@@ -1,7 +1,7 @@
 // A small ingest server for the tests.
 //
-//   ingest_test_server <system number> [--no-connect-back]
-//   ingest_test_server <program number> --reply=garbage|truncated|hangup
+//   ingest_test_server <system number> [--no-connect-back | --stranger]
+//   ingest_test_server <program number> --reply=<mode>
 //
 // Registers its program (INGEST_PROG + <system number>, or the program number
 // as given) with the rpcbind on 127.0.0.1, prints "ready" and serves until
@@ -14,7 +14,8 @@
 // of the day, channel, length 4) and the connection's tick count, big-endian,
 // as data.  INGEST_DISCONNECT and INGEST_RESET_CONNECT act on the connection
 // of the same name and port.  With --no-connect-back INGEST_CONNECT is
-// accepted but never connected back.
+// accepted but never connected back; with --stranger a connection from
+// 127.0.0.2 that sends "stranger" comes first.
 //
 // With --reply every call is answered badly, whatever the program:
 //   garbage    the call's xid and then words that are no reply; the
@@ -22,6 +23,10 @@
 //   truncated  an accepted, successful reply that ends where the result
 //              should begin; then the connection closes
 //   hangup     the call is read and the connection closed
+//   trickle    a whole, successful int reply, one byte every 200 ms
+//   stale      a successful int reply with another xid, every 200 ms
+//   hugestring a successful reply whose result announces a string of
+//              0xfffffff0 bytes and holds 4; then the connection closes
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -53,6 +58,7 @@ struct Connection {
 };
 
 bool connectBack = true;
+bool stranger = false;
 std::list<Connection> connections;
 
 std::list<Connection>::iterator find(const connect_t& p) {
@@ -82,6 +88,16 @@ int openBack(const connect_t& p, struct svc_req* rq) {
     memcpy(&to, caller->buf, sizeof to);
   }
   to.sin_port = htons(p.s_port);
+  if (stranger) {
+    struct sockaddr_in from = {};
+    from.sin_family = AF_INET;
+    from.sin_addr.s_addr = htonl(0x7f000002);  // 127.0.0.2
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0 || bind(fd, reinterpret_cast<struct sockaddr*>(&from), sizeof from) != 0 ||
+        connect(fd, reinterpret_cast<struct sockaddr*>(&to), sizeof to) != 0 || send(fd, "stranger", 8, 0) != 8)
+      perror("ingest_test_server: stranger");
+    if (fd >= 0) close(fd);
+  }
   int fd = socket(AF_INET, (p.sock_is_dgram ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0);
   if (fd >= 0 && (connect(fd, reinterpret_cast<struct sockaddr*>(&to), sizeof to) != 0 ||
                   fcntl(fd, F_SETFL, O_NONBLOCK) != 0)) {
@@ -165,42 +181,72 @@ void tick() {
   }
 }
 
-void putWord(std::string& out, uint32_t v) { putBig32(out, v); }
+// One reply record: the xid as the call sent it, then words, then tail.
+std::string record(const std::string& xid, std::vector<uint32_t> words, const std::string& tail = "") {
+  std::string body = xid;
+  for (uint32_t w : words) putBig32(body, w);
+  body += tail;
+  std::string rec;
+  putBig32(rec, 0x80000000u | static_cast<uint32_t>(body.size()));
+  return rec + body;
+}
 
-// Answers every call on listenfd badly, in the way mode says.
+// REPLY, ACCEPTED, no verifier, SUCCESS: what precedes the result.
+const std::vector<uint32_t> kSuccess = {1, 0, 0, 0, 0};
+
+struct Peer {
+  int fd;
+  std::string in, out;  // out: what is still to be sent
+  bool answered = false, closeWhenSent = false;
+};
+
+// Starts the bad answer to the call whose first 8 bytes (record mark and
+// xid) p has read; false to hang up at once.
+bool answer(Peer& p, const std::string& mode) {
+  const std::string xid(p.in, 4, 4);
+  std::string stale = xid;
+  stale[3] = static_cast<char>(stale[3] + 1);
+  std::vector<uint32_t> result = kSuccess;
+  result.push_back(0);
+  if (mode == "garbage") p.out = record(xid, {0xdeadbeef, 0xfeedface});
+  if (mode == "truncated") p.out = record(xid, kSuccess);
+  if (mode == "hugestring") p.out = record(xid, {1, 0, 0, 0, 0, 0xfffffff0u}, "abcd");
+  if (mode == "trickle") p.out = record(xid, result);
+  if (mode == "stale") p.out = record(stale, result);
+  p.closeWhenSent = mode == "truncated" || mode == "hugestring";
+  return mode != "hangup";
+}
+
+// Answers every call on listenfd badly, in the way mode says.  The paced
+// modes send a unit every 200 ms: trickle one byte of its reply, stale one
+// more reply with the wrong xid.
 void replyBadly(int listenfd, const std::string& mode) {
-  struct Peer {
-    int fd;
-    std::string in;
-  };
+  const bool paced = mode == "trickle" || mode == "stale";
   std::vector<Peer> peers;
   rpctest::announceReady();
   for (;;) {
     std::vector<struct pollfd> fds = {{listenfd, POLLIN, 0}};
     for (const Peer& p : peers) fds.push_back({p.fd, POLLIN, 0});
-    if (!rpctest::wait(fds.data(), fds.size(), -1)) break;
+    if (!rpctest::wait(fds.data(), fds.size(), paced ? 200 : -1)) break;
     if (fds[0].revents & POLLIN) {
       int fd = accept4(listenfd, nullptr, nullptr, SOCK_CLOEXEC);
-      if (fd >= 0) peers.push_back({fd, std::string()});
+      if (fd >= 0) peers.push_back({fd, "", ""});
     }
     for (size_t i = fds.size() - 1; i > 0; --i) {
-      if (!fds[i].revents) continue;
       Peer& p = peers[i - 1];
       char buf[4096];
-      ssize_t got = read(p.fd, buf, sizeof buf);
-      bool answered = p.in.size() >= 8;
-      if (got > 0) p.in.append(buf, static_cast<size_t>(got));
+      ssize_t got = fds[i].revents ? read(p.fd, buf, sizeof buf) : 1;
+      if (fds[i].revents && got > 0) p.in.append(buf, static_cast<size_t>(got));
       bool close_ = got <= 0;
-      if (!close_ && !answered && p.in.size() >= 8) {
-        std::string body(p.in, 4, 4);  // the call's xid, as sent
-        for (uint32_t w : mode == "garbage" ? std::vector<uint32_t>{0xdeadbeef, 0xfeedface}
-                                            : std::vector<uint32_t>{1, 0, 0, 0, 0})  // REPLY, ACCEPTED,
-          putWord(body, w);                                 // no verifier, SUCCESS, no result
-        std::string rec;
-        putWord(rec, 0x80000000u | static_cast<uint32_t>(body.size()));
-        if (mode != "hangup" && send(p.fd, (rec + body).data(), rec.size() + body.size(), MSG_NOSIGNAL) < 0)
-          close_ = true;
-        close_ = close_ || mode != "garbage";
+      if (!close_ && !p.answered && p.in.size() >= 8) {
+        p.answered = true;
+        close_ = !answer(p, mode);
+      }
+      const size_t unit = mode == "trickle" ? 1 : p.out.size();
+      if (!close_ && !p.out.empty() && (!paced || !fds[i].revents)) {
+        close_ = send(p.fd, p.out.data(), unit, MSG_NOSIGNAL) < 0;
+        if (mode != "stale") p.out.erase(0, unit);
+        close_ = close_ || (p.out.empty() && p.closeWhenSent);
       }
       if (close_) {
         close(p.fd);
@@ -216,12 +262,15 @@ void replyBadly(int listenfd, const std::string& mode) {
 int main(int argc, char** argv) {
   char* end = nullptr;
   unsigned long n = argc > 1 ? strtoul(argv[1], &end, 0) : 0;
-  std::string mode = argc == 3 && strncmp(argv[2], "--reply=", 8) == 0 ? argv[2] + 8 : "";
-  connectBack = !(argc == 3 && strcmp(argv[2], "--no-connect-back") == 0);
-  if (argc < 2 || *end != '\0' || argc > 3 || (argc == 3 && connectBack && mode.empty()) ||
-      (!mode.empty() && mode != "garbage" && mode != "truncated" && mode != "hangup")) {
-    fprintf(stderr, "usage: %s <system number> [--no-connect-back]\n"
-                    "       %s <program number> --reply=garbage|truncated|hangup\n", argv[0], argv[0]);
+  const std::string opt = argc == 3 ? argv[2] : "";
+  const std::string mode = opt.compare(0, 8, "--reply=") == 0 ? opt.substr(8) : "";
+  connectBack = opt != "--no-connect-back";
+  stranger = opt == "--stranger";
+  const std::string modes = " garbage truncated hangup trickle stale hugestring ";
+  if (argc < 2 || *end != '\0' || argc > 3 || (!opt.empty() && connectBack && !stranger && mode.empty()) ||
+      (!mode.empty() && modes.find(" " + mode + " ") == std::string::npos)) {
+    fprintf(stderr, "usage: %s <system number> [--no-connect-back | --stranger]\n"
+                    "       %s <program number> --reply=<mode>\n", argv[0], argv[0]);
     return 2;
   }
   const rpcprog_t prog = static_cast<rpcprog_t>(mode.empty() ? INGEST_PROG + n : n);

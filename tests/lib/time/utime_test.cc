@@ -55,6 +55,8 @@ TEST_F(UTimeTest, FreeFormTexts) {
       {nullptr, "", 0.0},
       {nullptr, "garbage", 0.0},
       {nullptr, "2004 1 1 1e12", UTime::BIGBANG},
+      {nullptr, "2147483647 2147483647 1", UTime::BIGBANG},  // months carry the year past int
+      {"Europe/Berlin", "2147483647 2147483647 1", UTime::BIGBANG},
       {"Europe/Berlin", "2021 1 15 12:00", berlinWinter},
       {"Europe/Berlin", "2021 15 12:00:00", berlinWinter},
       {"Europe/Berlin", "2021 jul 19 12:00:00", berlinSummer},
@@ -65,6 +67,7 @@ TEST_F(UTimeTest, FreeFormTexts) {
     UTime::setTZ(c.zone);
     EXPECT_EQ(UTime(c.zone != nullptr, c.text).val(), c.want) << c.zone << " \"" << c.text << '"';
   }
+  EXPECT_EQ(UTime(0, "2000 -2147483648 1").val(), UTime(0, "-178956971 4 1").val());  // carried exactly
   EXPECT_EQ(UTime(0, "2021 200 12:00:00").val(), berlinSummer + 7200);  // UTC fields, whatever the zone
   EXPECT_EQ(UTime(1, 2021, 200, 12, 0, 0.0f).val(), berlinSummer);
   EXPECT_EQ(UTime(1, 2021, 1, 15, 12, 0, 0.0f).val(), berlinWinter);
