@@ -1,0 +1,46 @@
+// The site's acquisition modules: name and number of each, from
+// "$HERON/config/kites_config".  The list is read once per process, on the
+// first look-up (or initialize()), and kept until clear().
+//
+// kites_config: a line whose first word is "kites_number" names a module and
+// its number ("kites_number tern1 1"); every other line is skipped whole.
+#ifndef HERON_CALCONF_TERNLIST_H
+#define HERON_CALCONF_TERNLIST_H
+
+#include <memory>
+#include <string>
+
+class TernList {
+ public:
+  struct Entry {
+    std::string name;
+    int number;
+    std::unique_ptr<Entry> next;
+  };
+
+  // Reads kites_config unless the list exists already.  Throws
+  // BadConfigurationException when the file cannot be opened.
+  static void initialize();
+
+  // The module of that name or number (reading the list first if needed).
+  // Throws BadConfigurationException
+  //   tern "<name>" is not found in $HERON/config/kites_config
+  //   tern #<number> is not found in $HERON/config/kites_config
+  static const Entry& TernInfo(const char* name);
+  static const Entry& TernInfo(int number);
+
+  // The number of the named module, or -1 when there is none.
+  static int TernIndex(const char* name);
+
+  // The largest module number read plus 1 (0 before reading or when empty).
+  static int nterns() { return _nterns; }
+
+  // Drops the list; the next look-up reads the file again.
+  static void clear();
+
+ private:
+  static std::unique_ptr<Entry> _head;  // last read first
+  static int _nterns;
+};
+
+#endif
