@@ -34,9 +34,9 @@ extern "C" int serial_float_linear(double*, calib_input in, float* out, int icha
 // same form for all fields.  Without units every output has the empty unit.
 extern "C" CalibInfo* serial_float_linear_init(int ichan, int nchan, void** params, int nparam,
                                                int nout) {
-  const int bare = 3 + 2 * nout, with_units = 3 + 3 * nout;
+  const long bare = 3 + 2L * nout, with_units = 3 + 3L * nout;
   if (nparam != bare && nparam != with_units)
-    calib_init_fail(kModule, "Invalid number of parameters (%d), should be %d or %d\n", nparam, bare,
+    calib_init_fail(kModule, "Invalid number of parameters (%d), should be %ld or %ld\n", nparam, bare,
                     with_units);
   Use u;
   u.layout = serial_layout(kModule, SerialKind::Float, params, 3, nout);
