@@ -44,6 +44,8 @@ TEST(Conversions, ByNameWithParametersInputsAndUnits) {
   const std::string gill = calFile(site, "gill.cal", "2004 1 00:00 0\n2004 1 12:00 30\n");
   const std::string drift = calFile(site, "drift.cal", "2004 1 1 00:00:00 1 0\n2004 1 1 10:00:00 2 10\n"
                                                        "2004 1 1 20:00:00 2 30\n");
+  const std::string kh2o = calFile(site, "kh2o.cal", "2004 1 1 00:00:00 1 0.2 1\n2004 1 1 10:00:00 3 0.4 3 # x kw lnV0\n"
+                                                     "2004 1 3 02:00:00 3 0 3\n");
   const double l = log(1000.0 / 250.0 - 1.0), h = 3600, day = 86400, c60 = 5 * cos(M_PI / 3), s60 = 5 * sin(M_PI / 3);
   const double cal = k2004 + 13 * h;  // the second offset is in force
   const short pressure[2] = {1013, 25};    // host order
@@ -61,8 +63,10 @@ TEST(Conversions, ByNameWithParametersInputsAndUnits) {
        "A0=1.1292e-03, A1=2.3411e-04, A2=0.0000e+00, A3=8.7755e-08, K=1000.0",
        {{0, 0.25f, {static_cast<float>(1 / (1.129241e-3 + 2.341077e-4 * l + 8.775468e-8 * l * l * l))}},
         {0, 1.0f, {kMissing}}, {0, 2.0f, {kMissing}}, {0, 0.0f, {kMissing}}}},
-      {"q_kh2o", {1.3, 0.15, 1}, {"g/m^3"}, "x=1.300, kw=0.1500, lnV0=1.0000",
-       {{0, 1.0f, {static_cast<float>(1 / 0.195)}}, {0, 0.5f, {static_cast<float>((1 + log(2.0)) / 0.195)}}, {0, -0.5f, {kMissing}}}},
+      // x, kw and ln(V0) each interpolated; the first before it, the last (whose kw is 0) after it.
+      {"q_kh2o", {kh2o}, {"g/m^3"}, "\"kh2o.cal\"",
+       {{k2004 - 1, 1.0f, {5}}, {k2004, 0.5f, {static_cast<float>((1 + log(2.0)) / 0.2)}}, {k2004 + 5 * h, 1.0f, {2 / 0.6f}},
+        {k2004 + 30 * h, 1.0f, {5}}, {k2004 + 30 * h, -0.5f, {kMissing}}, {k2004 + 60 * h, 1.0f, {kMissing}}}},
       {"status", {}, {""}, "threshold=2.50V", {{0, 2.49f, {0}}, {0, 2.5f, {1}}}},
       // A mode reads 1e37 until its voltage has held for its settling time.
       {"mode", {1, 0, 1, 0, 2, 1.5, 2.5, 30}, {""}, " 1=( 0.0, 1.0)V (  0.00s)   2=( 1.5, 2.5)V ( 30.00s)  ",
