@@ -198,7 +198,7 @@ extern "C" int parse_cal_stream(FILE* fp, const char* name, calib_struct** resul
   return 0;
 }
 
-extern "C" calib_struct* read_cal_file(const char* name) {
+extern "C" FILE* open_cal_file(const char* name) {
   errno = 0;
   FILE* fp = heron_cal_fopen(name, "r");
   if (!fp) {
@@ -207,8 +207,13 @@ extern "C" calib_struct* read_cal_file(const char* name) {
       perror(name);
     else
       fprintf(stderr, "%s: cannot be opened\n", name);
-    return nullptr;
   }
+  return fp;
+}
+
+extern "C" calib_struct* read_cal_file(const char* name) {
+  FILE* fp = open_cal_file(name);
+  if (!fp) return nullptr;
   calib_struct* cal = nullptr;
   int status = parse_cal_stream(fp, name, &cal);
   fclose(fp);

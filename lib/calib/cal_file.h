@@ -20,6 +20,10 @@ typedef struct calib_struct {
   char* cal_file_name;  // the name the file was opened by
 } calib_struct;
 
+// Opens name through heron_cal_fopen for reading.  On failure prints the
+// system error prefixed by name and returns null.
+FILE* open_cal_file(const char* name);
+
 // Opens name through heron_cal_fopen and parses it whole.  An unopenable file
 // prints the system error prefixed by name and gives null.  A syntax error or
 // a record whose value count differs from the first record's is reported on

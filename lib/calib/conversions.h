@@ -28,6 +28,11 @@ extern "C" {
   ROW(plinear)                       \
   ROW(poly)                          \
   ROW(power)                         \
+  ROW(q_kh2o)                        \
+  ROW(serial_float)                  \
+  ROW(serial_short)                  \
+  ROW(serial_ushort)                 \
+  ROW(serial_float_linear)           \
   ROW(sonic_csat3)                   \
   ROW(status)                        \
   ROW(t_AIR)                         \

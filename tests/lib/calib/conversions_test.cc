@@ -44,6 +44,8 @@ TEST(Conversions, ByNameWithParametersInputsAndUnits) {
   const std::string gill = calFile(site, "gill.cal", "2004 1 00:00 0\n2004 1 12:00 30\n");
   const std::string drift = calFile(site, "drift.cal", "2004 1 1 00:00:00 1 0\n2004 1 1 10:00:00 2 10\n"
                                                        "2004 1 1 20:00:00 2 30\n");
+  const std::string kh2o = calFile(site, "kh2o.cal", "2004 1 1 00:00:00 1 0.2 1\n2004 1 1 10:00:00 3 0.4 3 # x kw lnV0\n"
+                                                     "2004 1 3 02:00:00 3 0 3\n");
   const double l = log(1000.0 / 250.0 - 1.0), h = 3600, day = 86400, c60 = 5 * cos(M_PI / 3), s60 = 5 * sin(M_PI / 3);
   const double cal = k2004 + 13 * h;  // the second offset is in force
   const short pressure[2] = {1013, 25};    // host order
@@ -61,6 +63,10 @@ TEST(Conversions, ByNameWithParametersInputsAndUnits) {
        "A0=1.1292e-03, A1=2.3411e-04, A2=0.0000e+00, A3=8.7755e-08, K=1000.0",
        {{0, 0.25f, {static_cast<float>(1 / (1.129241e-3 + 2.341077e-4 * l + 8.775468e-8 * l * l * l))}},
         {0, 1.0f, {kMissing}}, {0, 2.0f, {kMissing}}, {0, 0.0f, {kMissing}}}},
+      // x, kw and ln(V0) each interpolated; the first before it, the last (whose kw is 0) after it.
+      {"q_kh2o", {kh2o}, {"g/m^3"}, "\"kh2o.cal\"",
+       {{k2004 - 1, 1.0f, {5}}, {k2004, 0.5f, {static_cast<float>((1 + log(2.0)) / 0.2)}}, {k2004 + 5 * h, 1.0f, {2 / 0.6f}},
+        {k2004 + 30 * h, 1.0f, {5}}, {k2004 + 30 * h, -0.5f, {kMissing}}, {k2004 + 60 * h, 1.0f, {kMissing}}}},
       {"status", {}, {""}, "threshold=2.50V", {{0, 2.49f, {0}}, {0, 2.5f, {1}}}},
       // A mode reads 1e37 until its voltage has held for its settling time.
       {"mode", {1, 0, 1, 0, 2, 1.5, 2.5, 30}, {""}, " 1=( 0.0, 1.0)V (  0.00s)   2=( 1.5, 2.5)V ( 30.00s)  ",
@@ -73,6 +79,15 @@ TEST(Conversions, ByNameWithParametersInputsAndUnits) {
       {"dual_uv", {}, {"gr/kg"}, nullptr, {{0, std::string(20, 0) + B("\x40\xf0\0\0"), {7.5}}}},
       {"diff_float", {1, 0, 0, 5}, {"", ""}, nullptr, {{0, B("\x41\x20\0\0\x41\x48\0\0") + std::string(12, 0) + B("\x40\xf0\0\0"), {2.5, 2.5}}}},
       // From the east at 5 m/s: blowing towards -x.
+      // 21.5 and 998.25, -200 and 1000, 65000, each written big- and little-endian.
+      {"serial_float", {"big"}, {"", ""}, "order=big, offset=0, stride=4", {{0, B("\x41\xac\0\0\x44\x79\x90\0"), {21.5, 998.25}}}},
+      {"serial_float", {"little", 2, 6}, {"", ""}, nullptr, {{0, B("\x99\x99\0\0\xac\x41\x99\x99\0\x90\x79\x44"), {21.5, 998.25}}}},
+      {"serial_short", {"big"}, {"", ""}, nullptr, {{0, B("\xff\x38\x03\xe8"), {-200, 1000}}}},
+      {"serial_short", {"little", 1, 3}, {"", ""}, nullptr, {{0, B("\x99\x38\xff\x99\xe8\x03"), {-200, 1000}}}},
+      {"serial_ushort", {"big"}, {""}, nullptr, {{0, B("\xfd\xe8"), {65000}}}},
+      {"serial_ushort", {"little"}, {""}, nullptr, {{0, B("\xe8\xfd"), {65000}}}},
+      {"serial_float_linear", {"big", 0, 4, 2, 1, "degC", 0.5, -3, "%"}, {"degC", "%"}, "order=big, offset=0, stride=4: 2*x+1 0.5*x-3",
+       {{0, B("\x41\xac\0\0\x44\x79\x90\0"), {44, 496.125}}, {0, B("\x7f\xc0\0\0\x44\x79\x90\0"), {kMissing, 496.125}}}},  // NaN: missing
       {"wind_rmy", {}, {"m/s", "m/s", "m/s", "deg"}, nullptr, {{0, B("\x40\xa0\0\0\x42\xb4\0\0"), {-5, 0, 5, 90}}}},
       // 5 m/s from the south (180 degrees), status byte 0.
       {"wind_gill", {gill, 1}, {"m/s", "m/s", "deg", "m/s"}, nullptr,

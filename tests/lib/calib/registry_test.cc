@@ -14,7 +14,7 @@ TEST(Registry, LookupByExactName) {
   EXPECT_EQ(any(calib_function("linear")), any(&linear));
   EXPECT_EQ(any(calib_function("linear_init")), any(&linear_init));  // init functions are entries too
   EXPECT_EQ(any(init_function("linear")), any(&linear_init));
-  for (const char* name : {"sonic", "Linear", "linear ", "q_kh2o", "", static_cast<const char*>(nullptr)})
+  for (const char* name : {"sonic", "Linear", "linear ", "q_kh2o_serial", "", static_cast<const char*>(nullptr)})
     EXPECT_EQ(calib_function(name), nullptr) << (name ? name : "null");
   for (const char* name : {"linear_init", "analog_sonic", static_cast<const char*>(nullptr)})
     EXPECT_EQ(init_function(name), nullptr) << (name ? name : "null");
@@ -26,7 +26,7 @@ TEST(Registry, LookupByExactName) {
     EXPECT_EQ(any(init_function(function_list[n].name)), function_list[n + 1].func);
   }
   EXPECT_EQ(function_list[n].func, nullptr);
-  EXPECT_EQ(n, 42u);
+  EXPECT_EQ(n, 52u);
 }
 
 TEST(CalibInfo, SurplusUnitsAndLongSummaries) {
@@ -76,6 +76,12 @@ TEST(InitDeathTest, FaultsReportedByEachInitFunction) {
       {"diff_float", {1, 2, 3}, "Wrong number of parameters for diff cal function", 1, 0},
       {"mode", {1, 1, 1, 1, 1}, "Illegal number of parameters\\(5\\) to mode, should be multiple of 4\n", 1, 0},
       {"status", {1, 2}, E("status") + "Invalid number of parameters \\(2\\), should be 0 or 1\n", 1, 0},
+      {"q_kh2o", {1.3, 0, 1}, E("q_kh2o") + "Invalid number of parameters, should be 1\n", 1, 0},
+      {"q_kh2o", {"nosuch.cal"}, "nosuch.cal: No such file or directory\n" + E("q_kh2o") + "Cannot open calibration file nosuch.cal\n", 1, 0},
+      {"serial_float", {"middle"}, E("serial_float") + "Byte order \"middle\" is neither \"big\" nor \"little\"\n", 1, 0},
+      {"serial_short", {"big", 250, 4}, E("serial_short") + "2 fields from byte 250 every 4 bytes do not fit in a record of 255 bytes\n", 2, 0},
+      {"serial_ushort", {"little", 0, 1}, E("serial_ushort") + "The stride 1 is less than a field's 2 bytes\n", 1, 0},
+      {"serial_float_linear", {"big", 0, 4, 1}, E("serial_float_linear") + "Invalid number of parameters \\(4\\), should be 5 or 6\n", 1, 0},
       {"wind_gill", {"one.cal", 1}, E("wind_gill") + "Invalid number of outputs \\(2\\), should be 4\n", 2, 0},
       {"sonic_csat3", {"one.cal"}, E("sonic_csat3") + "Invalid number of parameters \\(1\\), should be 3 to 5\n", 9, 0},
       {"sonic_csat3", {"one.cal", 1200, 4}, E("sonic_csat3") + "Invalid number of outputs \\(8\\), should be 9\n", 8, 0},
