@@ -72,7 +72,7 @@ TEST(Daemon, SupervisesThisHostsPortsRestartsRereadsAndEndsOnSigint) {
   }
   // The child holds its port's lock: a dump started beside it is refused.
   const std::string port = find(rs, "mine")->at("device");
-  RunResult dump = runProgram({"timeout", "5", SERIAL_INGEST_BIN, "-H", "-d", port});
+  RunResult dump = runProgram({"/usr/bin/timeout", "5", SERIAL_INGEST_BIN, "-H", "-d", port});
   EXPECT_EQ(dump.status, 1);
   EXPECT_EQ(dump.err, "Opened: " + port + "\nIOException: " + port + ": lock: port in use: locked by process " +
                           daemon + "\n");
