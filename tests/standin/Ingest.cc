@@ -34,17 +34,15 @@ int main(int argc, char** argv) {
   sigprocmask(SIG_SETMASK, nullptr, &mask);
   // Standard streams as n(ull), c(onsole) or o(ther); descriptors beyond
   // them and the port are counted.
-  struct stat st, null, console;
+  struct stat st, null, console = {};
   stat("/dev/null", &null);
-  if (stat("/dev/console", &console) < 0) console.st_rdev = null.st_rdev;
+  stat("/dev/console", &console);
   std::string std;
   int extra = 0;
   for (int i = 0; i < 1024; ++i) {
     bool open = fstat(i, &st) == 0;
-    if (i < 3)
-      std += !open ? 'o' : st.st_rdev == null.st_rdev ? 'n' : st.st_rdev == console.st_rdev ? 'c' : 'o';
-    else if (open && i != fd)
-      ++extra;
+    if (i < 3) std += !open ? 'o' : st.st_rdev == null.st_rdev ? 'n' : st.st_rdev == console.st_rdev ? 'c' : 'o';
+    else extra += open && i != fd;
   }
   char exe[256] = "";
   readlink("/proc/self/exe", exe, sizeof exe - 1);
