@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 
+#include "RestartPolicy.h"
 #include "SerialIngestRunstring.h"
 
 // Built-in name of the module whose fast output sampling mode reads; a
@@ -68,9 +69,21 @@ class SerialIngest {
   const std::map<std::string, int>& childProcs() const { return _childProcs; }
 
  private:
+  // What every "Ingest" process starts with besides the port: the signal
+  // mask the supervisor was started with, and the nice value to go back to
+  // (kInheritNice: keep the supervisor's).
+  struct ChildSetup {
+    sigset_t mask;
+    int nice;
+  };
+
   // Starts the "Ingest" process of one serial entry; false when its port
   // could not be opened or no process could be made.
-  bool startChild(const struct IngestConfigEntry& entry, const sigset_t& childMask);
+  bool startChild(const struct IngestConfigEntry& entry, const ChildSetup& setup, RestartPolicy& policy);
+  // Lets the handlers run until one has (true) or `seconds` have passed
+  // (false; a negative value waits for a signal only), then notes the end of
+  // every child that the handlers found ended.
+  bool waitSignal(double seconds);
 
   const char* _appname;
   SerialIngestRunstring _rstr;
@@ -80,6 +93,8 @@ class SerialIngest {
   std::map<std::string, int> _childProcs;
   std::string _project;
   std::string _ops;
+  sigset_t _waitMask;  // the signal mask while the supervisor waits
+  std::map<std::string, RestartPolicy> _restarts;  // by station name
 
   static SerialIngest* _instance;
 };

@@ -3,17 +3,20 @@
 // the table on every pass and stops on SIGINT; and the signal handler that
 // reaps the children and sets the flags the passes act on.
 #include <errno.h>
+#include <limits.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -29,7 +32,25 @@
 namespace {
 // How long a pass waits before trying again a port that could not be opened
 // or a process that could not be made, when no signal comes sooner.
-const int kRetrySeconds = 10;
+const double kRetrySeconds = 10;
+// The wait before every start: at most one port is started per second.
+const double kStartSpacing = 1;
+
+double monotonicNow() {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);  // cannot fail with this clock
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
+}
+
+// Closes the descriptors from `from` to `to`, both included, in a child
+// about to execute a program.  Closing a descriptor that is not open is
+// harmless here, so the one-by-one fallback does not look at the results.
+void closeFrom(int from, int to) {
+  if (from > to) return;
+  if (close_range(static_cast<unsigned>(from), static_cast<unsigned>(to), 0) == 0) return;
+  const long max = sysconf(_SC_OPEN_MAX);
+  for (long fd = from; fd <= to && fd < max; ++fd) close(static_cast<int>(fd));
+}
 }  // namespace
 
 void SerialIngest::staticSignalHandler(int sig) {
@@ -82,9 +103,18 @@ void SerialIngest::setEnvVar(const char* name, std::string& value) {
 }
 
 int SerialIngest::daemonMode() {
+  // Decided before anything else: a privileged copy must neither start the
+  // caller's choice of "Ingest" nor let the logger open the console with
+  // rights its caller lacks (the console is opened once they are gone).
+  const bool privileged = privilegedCopy();
+  if (privileged && setenv("PATH", kSystemPath, 1) < 0) {
+    logit(LOG_ERR, "setenv(PATH): %m");
+    return -1;
+  }
+  const int logOptions = LOG_PID | LOG_CONS | LOG_NOWAIT;
   syslogit = 1;
   disassociate();
-  openlogit(_appname, LOG_PID | LOG_CONS | LOG_NOWAIT, LOG_LOCAL5, getenv("TZ"));
+  openlogit(_appname, privileged ? logOptions & ~LOG_CONS : logOptions, LOG_LOCAL5, getenv("TZ"));
 
   char* expanded = heron_expand_name(_rstr.configFile);
   logit(LOG_NOTICE, "%s started, config: %s\n", _appname, expanded ? expanded : _rstr.configFile);
@@ -100,24 +130,29 @@ int SerialIngest::daemonMode() {
   if (setenv("INGEST_SERVER", myname.c_str(), 1) < 0) logit(LOG_ERR, "setenv(INGEST_SERVER): %m");
 
   // Before any site file is read or any child started.
-  if (!raisePriority(_appname)) return -1;
+  ChildSetup setup;
+  if (!raisePriority(_appname, &setup.nice)) return -1;
+  if (privileged) openlog(_appname, logOptions, LOG_LOCAL5);
+  attachConsole();
 
-  // The handlers run only while the loop waits: the three signals stay
+  // The handlers run only while the supervisor waits: the three signals stay
   // blocked everywhere else, so the child map and the system log are never
-  // used by a handler in the middle of the loop's own use of them.
-  sigset_t handled, waitMask;
+  // used by a handler in the middle of the loop's own use of them.  Every
+  // step of a pass ends by letting pending signals in, and no wait lasts
+  // beyond the first signal, so SIGINT is answered at once in every state.
+  sigset_t handled;
   sigemptyset(&handled);
   sigaddset(&handled, SIGCHLD);
   sigaddset(&handled, SIGINT);
   sigaddset(&handled, SIGHUP);
-  if (sigprocmask(SIG_BLOCK, &handled, &waitMask) < 0) {
+  if (sigprocmask(SIG_BLOCK, &handled, &_waitMask) < 0) {
     logit(LOG_ERR, "sigprocmask: %m");
     return -1;
   }
-  const sigset_t childMask = waitMask;  // what "Ingest" starts with
-  sigdelset(&waitMask, SIGCHLD);
-  sigdelset(&waitMask, SIGINT);
-  sigdelset(&waitMask, SIGHUP);
+  setup.mask = _waitMask;  // what "Ingest" starts with
+  sigdelset(&_waitMask, SIGCHLD);
+  sigdelset(&_waitMask, SIGINT);
+  sigdelset(&_waitMask, SIGHUP);
   struct sigaction sa;
   memset(&sa, 0, sizeof sa);
   sa.sa_handler = staticSignalHandler;
@@ -135,10 +170,27 @@ int SerialIngest::daemonMode() {
   // always sees the current table.
   _reconfig = 1;
 
+  // The module server is asked on the first pass and on every pass after a
+  // signal; a pass that only a timer started (a start that came due) does
+  // not ask it again, so a failing port's retries repeat none of its messages.
+  bool ask = true;
+  // Lets pending signals in; true, with the table let go, when one asked the
+  // supervisor to end.
+  auto interrupted = [this, &ask] {
+    if (waitSignal(0)) ask = true;
+    if (!_interrupt) return false;
+    _cfg.reset();  // the children stay running
+    return true;
+  };
   for (;;) {
     if (_reconfig) {
-      setEnvVar("PROJECT", _project);
-      setEnvVar("OPS", _ops);
+      if (ask) {
+        ask = false;
+        setEnvVar("PROJECT", _project);
+        if (interrupted()) return 0;
+        setEnvVar("OPS", _ops);
+        if (interrupted()) return 0;
+      }
       _cfg.reset();
       try {
         _cfg.reset(new IngestConfig(_rstr.configFile));
@@ -146,10 +198,11 @@ int SerialIngest::daemonMode() {
         logit(LOG_ERR, "%s", e.toString().c_str());
         return -1;
       }
+      if (interrupted()) return 0;
     }
 
     bool anything = false;
-    bool retry = false;
+    double wake = -1;  // when the next backed-off or failed start is due
     for (const IngestConfigEntry& entry : _cfg->stns) {
       if (entry.type != SERIALPORT) continue;
       if (entry.ingestServer != "-" && entry.ingestServer != myname && entry.ingestServer != myShortName)
@@ -157,8 +210,24 @@ int SerialIngest::daemonMode() {
       anything = true;
       auto running = _childProcs.find(entry.stationName);
       if (running != _childProcs.end() && running->second != 0) continue;
-      sleep(1);  // at most one start per second
-      if (!startChild(entry, childMask)) retry = true;
+      // A backed-off start waits for its time; the second before every start
+      // counts into that time.
+      RestartPolicy& policy = _restarts[entry.stationName];
+      double now = monotonicNow();
+      const double ready = policy.due() - kStartSpacing;
+      if (ready > now) {
+        wake = wake < 0 ? ready : std::min(wake, ready);
+        continue;
+      }
+      // At most one start per second, answering signals meanwhile.
+      for (const double until = now + kStartSpacing; (now = monotonicNow()) < until;) {
+        if (waitSignal(until - now)) ask = true;
+        if (interrupted()) return 0;
+      }
+      if (!startChild(entry, setup, policy)) {
+        const double retry = monotonicNow() + kRetrySeconds;
+        wake = wake < 0 ? retry : std::min(wake, retry);
+      }
     }
     if (!anything) {
       logit(LOG_ERR, "%s on %s has nothing to do (no serial port entries in ingest.conf for me)", _appname,
@@ -167,27 +236,45 @@ int SerialIngest::daemonMode() {
       return 0;
     }
 
-    // Wait for a signal; ports that failed are tried again after a while.
-    struct timespec again = {kRetrySeconds, 0};
-    if (ppoll(nullptr, 0, retry ? &again : nullptr, &waitMask) < 0 && errno != EINTR) {
-      logit(LOG_ERR, "ppoll: %m");
-      sleep(1);
-    }
-    if (_interrupt) {
-      _cfg.reset();  // the children stay running
-      return 0;
-    }
+    // A signal handled during the pass calls for the next one at once.
+    if (!ask && waitSignal(wake < 0 ? -1 : std::max(0.0, wake - monotonicNow()))) ask = true;
+    if (interrupted()) return 0;
   }
 }
 
-bool SerialIngest::startChild(const IngestConfigEntry& entry, const sigset_t& childMask) {
+bool SerialIngest::waitSignal(double seconds) {
+  struct timespec limit;
+  limit.tv_sec = static_cast<time_t>(seconds);
+  limit.tv_nsec = static_cast<long>((seconds - static_cast<double>(limit.tv_sec)) * 1e9);
+  const int r = ppoll(nullptr, 0, seconds < 0 ? nullptr : &limit, &_waitMask);
+  const bool handled = r < 0 && errno == EINTR;
+  if (r < 0 && !handled) {
+    logit(LOG_ERR, "ppoll: %m");
+    sleep(1);
+  }
+  const double now = monotonicNow();
+  for (const auto& child : _childProcs) {
+    auto policy = _restarts.find(child.first);
+    if (child.second == 0 && policy != _restarts.end() && policy->second.running()) policy->second.ended(now);
+  }
+  return handled;
+}
+
+bool SerialIngest::startChild(const IngestConfigEntry& entry, const ChildSetup& setup, RestartPolicy& policy) {
   std::unique_ptr<TTy> tty;
   try {
     tty = opentty(entry.portName, entry.lineSettings());
   } catch (const oru::IOException& e) {
-    logit(LOG_ERR, "%s", e.toString().c_str());
+    int count;
+    if (policy.failed(monotonicNow(), &count)) {
+      if (count == 0)
+        logit(LOG_ERR, "%s", e.toString().c_str());
+      else
+        logit(LOG_ERR, "%s (failed %d more times since last reported)", e.toString().c_str(), count);
+    }
     return false;
   }
+  policy.opened();
   pid_t pid = fork();
   if (pid < 0) {
     logit(LOG_ERR, "cannot fork: %m");
@@ -198,17 +285,27 @@ bool SerialIngest::startChild(const IngestConfigEntry& entry, const sigset_t& ch
     signal(SIGINT, SIG_DFL);
     signal(SIGHUP, SIG_DFL);
     signal(SIGPIPE, SIG_DFL);
-    sigprocmask(SIG_SETMASK, &childMask, nullptr);
+    sigprocmask(SIG_SETMASK, &setup.mask, nullptr);
     closelog();
+    // "Ingest" gets the port and the three standard streams, nothing else.
+    const int fd = tty->fd();
+    closeFrom(3, fd - 1);
+    closeFrom(fd + 1, INT_MAX);
+    if (setup.nice != kInheritNice && setpriority(PRIO_PROCESS, 0, setup.nice) < 0) {
+      perror("setpriority");
+      logit(LOG_ERR, "setpriority(PRIO_PROCESS,0,%d): %m", setup.nice);
+      _exit(1);
+    }
     char fdtext[16];
-    snprintf(fdtext, sizeof fdtext, "%d", tty->fd());
+    snprintf(fdtext, sizeof fdtext, "%d", fd);
     execlp("Ingest", entry.stationName.c_str(), fdtext, entry.portName.c_str(), static_cast<char*>(nullptr));
     perror("execlp Ingest");
     logit(LOG_ERR, "execlp Ingest: %m");
     _exit(1);
   }
-  tty.reset();  // the child has the port now
-  setsid();
+  tty.reset();  // the child has the port, and its lock, now
+  setsid();     // no effect for the session leader; kept from the original start-up
   _childProcs[entry.stationName] = pid;
+  policy.started(monotonicNow());
   return true;
 }

@@ -26,26 +26,36 @@ void disassociate() {
     for (unsigned int fd = 0; fd <= last && fd < 65536; ++fd) close(static_cast<int>(fd));
   }
 
-  // Standard input goes to /dev/null and the output streams to the console
-  // (or /dev/null without one), so that no port opened later can become
-  // descriptor 0, 1 or 2 and receive stray messages.
-  open("/dev/null", O_RDWR);
-  int out = open("/dev/console", O_RDWR | O_NOCTTY);
-  if (out < 0) out = open("/dev/null", O_RDWR);
-  if (out >= 0) {
-    if (out != 1) dup2(out, 1);
-    if (out != 2) dup2(out, 2);
-    if (out > 2) close(out);
+  // All three on /dev/null, so that no port opened later can become
+  // descriptor 0, 1 or 2 and receive stray messages.  The console comes
+  // later (attachConsole), once no privilege is left to open it with.
+  int null = open("/dev/null", O_RDWR);
+  if (null != 0 || dup2(null, 1) < 0 || dup2(null, 2) < 0) {
+    logit(LOG_ERR, "/dev/null: %m");
+    exit_status_1();
   }
-  setsid();
+  if (setsid() < 0) logit(LOG_ERR, "setsid: %m");
 }
 
-bool raisePriority(const char* appname) {
+void attachConsole() {
+  int console = open("/dev/console", O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (console < 0) return;
+  // dup2 leaves the copies inheritable: the children report there too.
+  if (dup2(console, 1) < 0 || dup2(console, 2) < 0) logit(LOG_ERR, "dup2(/dev/console): %m");
+  close(console);
+}
+
+const char* const kSystemPath = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+
+bool privilegedCopy() { return getuid() != geteuid() || getgid() != getegid(); }
+
+bool raisePriority(const char* appname, int* childNice) {
   // Only root may raise the priority, so a set-user-id-root program does it
   // now and then gives root up.  setuid(0) makes every id root, so the real
   // ids are taken first.
   const uid_t realUid = getuid();
   const gid_t realGid = getgid();
+  *childNice = kInheritNice;
   if (setuid(0) < 0) {
     if (geteuid() == 0)
       logit(LOG_ERR, "setuid(0): %m");
@@ -61,6 +71,8 @@ bool raisePriority(const char* appname) {
       int raised = nice - 10 < -20 ? -20 : nice - 10;
       if (setpriority(PRIO_PROCESS, pid, raised) < 0)
         logit(LOG_WARNING, "setpriority(PRIO_PROCESS,%d,%d): %m", static_cast<int>(pid), raised);
+      else if (realUid != 0)
+        *childNice = nice;  // a user's own program gets no raised priority
     }
   }
   if (!dropPrivileges(realUid, realGid)) {

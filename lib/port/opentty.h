@@ -2,8 +2,12 @@
 // line settings, raw input and output without echo or signal characters,
 // the modem lines lowered on last close, the requested flow control, and
 // reads that wait for 128 bytes with no inter-byte timer.  Writes
-// "Opened: <device>" to standard error once the device is open.  Raises
-// only oru::IOException (an unknown flow-control word among them).
+// "Opened: <device>" to standard error once the device is open.  The port
+// is locked (flock, exclusive) for as long as its descriptor stays open in
+// this process or a child; a port locked by another program raises
+// "<device>: lock: port in use: locked by process <pid>" (or "port in use by
+// another program" when the holder cannot be told).  Raises only
+// oru::IOException (an unknown flow-control word among them).
 #ifndef HERON_OPENTTY_H
 #define HERON_OPENTTY_H
 

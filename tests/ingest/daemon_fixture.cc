@@ -86,7 +86,9 @@ int DaemonSite::start(const std::string& program, const std::vector<std::string>
   if (args.empty()) args = {"-z", "-c", configPath()};
   pid_t pid = fork();
   if (pid == 0) {
-    if (!privateDev(dir())) _exit(126);
+    if (!privateDev(dir()) ||
+        (systemStandin && mount(INGEST_STANDIN_DIR, "/usr/local/sbin", nullptr, MS_BIND, nullptr) < 0))
+      _exit(126);
     setenv("PATH", (std::string(INGEST_STANDIN_DIR ":") + (getenv("PATH") ? getenv("PATH") : "/bin")).c_str(), 1);
     setenv("INGEST_STANDIN_DIR", (dir() + "/reports").c_str(), 1);
     for (const std::string& e : env) putenv(strdup(e.c_str()));
@@ -103,11 +105,11 @@ int DaemonSite::start(const std::string& program, const std::vector<std::string>
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-std::string DaemonSite::waitLog(const std::string& text) {
+std::string DaemonSite::waitLog(const std::string& text, int seconds) {
   for (const std::string& m : messages_)
     if (m.find(text) != std::string::npos) return m;
   char buf[2048];
-  for (auto end = Clock::now() + std::chrono::seconds(10); Clock::now() < end;) {
+  for (auto end = Clock::now() + std::chrono::seconds(seconds); Clock::now() < end;) {
     struct pollfd p = {logFd_, POLLIN, 0};
     ssize_t n = poll(&p, 1, 100) > 0 ? recv(logFd_, buf, sizeof buf, 0) : 0;
     std::string line(buf, n > 0 ? n : 0);  // "<pri>Mmm dd hh:mm:ss name[pid]: text"
@@ -116,6 +118,13 @@ std::string DaemonSite::waitLog(const std::string& text) {
     if (messages_.back().find(text) != std::string::npos) return messages_.back();
   }
   return "";
+}
+
+size_t DaemonSite::countLog(const std::string& text) {
+  waitLog("\x01", 1);  // takes in whatever has come: no message holds that byte
+  size_t n = 0;
+  for (const std::string& m : messages_) n += m.find(text) != std::string::npos;
+  return n;
 }
 
 bool DaemonSite::waitDaemonExit() {

@@ -31,12 +31,16 @@ class DaemonSite {
   // Runs `program` (default -z -c <config>) in the private namespace with the
   // stand-in first on PATH and `env` added, as `uid` when not -1; returns
   // the exit status of that process (the daemon has detached by then).
+  // With systemStandin the stand-in's folder is also /usr/local/sbin there.
+  bool systemStandin = false;
   int start(const std::string& program, const std::vector<std::string>& env, int uid = -1,
             std::vector<std::string> args = {});
 
   // The first log message (the text after "name[pid]: ") containing `text`,
-  // waiting up to 10 seconds; "" if none came.
-  std::string waitLog(const std::string& text);
+  // waiting up to `seconds`; "" if none came.
+  std::string waitLog(const std::string& text, int seconds = 10);
+  // How many of the messages that have come so far contain `text`.
+  size_t countLog(const std::string& text);
   // Waits up to 10 seconds for the supervisor to end: the detached
   // supervisor is this process's child (it is a subreaper), and the only one
   // that ends by itself.

@@ -4,16 +4,20 @@
 
 #include <pwd.h>
 #include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <string>
 
 #include "ingest/daemon_fixture.h"
 #include "support/rpc_fixture.h"
+#include "support/subprocess.h"
 
 namespace {
 std::string serialLine(const std::string& station, const std::string& host, const std::string& port) {
@@ -53,16 +57,25 @@ TEST(Daemon, SupervisesThisHostsPortsRestartsRereadsAndEndsOnSigint) {
   std::vector<DaemonSite::Report> rs = site.reports(3);
   ASSERT_EQ(rs.size(), 3u);
   const std::string daemon = rs[0].at("parent");
-  // Each got the open, configured port, the environment, a clean signal
-  // mask, and a detached supervisor (a session of its own, stdin on null).
-  const DaemonSite::Report want = {{"same_port", "1"}, {"vmin", "128"},       {"INGEST_SERVER", me},
-                                   {"PROJECT", "demo"}, {"OPS", "ops1"},      {"sigint_blocked", "0"},
-                                   {"session", daemon}, {"stdin_null", "1"}};
+  // Each got the open, configured port and nothing else besides the standard
+  // streams, the environment, a clean signal mask, root's raised priority,
+  // and a detached supervisor (a session of its own, stdin on null).
+  const DaemonSite::Report want = {
+      {"same_port", "1"}, {"vmin", "128"}, {"INGEST_SERVER", me}, {"PROJECT", "demo"}, {"OPS", "ops1"},
+      {"sigint_blocked", "0"}, {"session", daemon}, {"extra_fds", "0"},
+      {"std", access("/dev/console", W_OK) == 0 ? "ncc" : "nnn"},
+      {"nice", std::to_string(std::max(-20, getpriority(PRIO_PROCESS, 0) - 10))}};
   for (const char* station : {"mine", "anyhost", "short"}) {
     const DaemonSite::Report* r = find(rs, station);
     ASSERT_NE(r, nullptr) << station;
     for (const auto& kv : want) EXPECT_EQ(r->at(kv.first), kv.second) << station << " " << kv.first;
   }
+  // The child holds its port's lock: a dump started beside it is refused.
+  const std::string port = find(rs, "mine")->at("device");
+  RunResult dump = runProgram({"/usr/bin/timeout", "5", SERIAL_INGEST_BIN, "-H", "-d", port});
+  EXPECT_EQ(dump.status, 1);
+  EXPECT_EQ(dump.err, "Opened: " + port + "\nIOException: " + port + ": lock: port in use: locked by process " +
+                          daemon + "\n");
 
   // A killed child is reported and restarted, not sooner than a second later.
   const std::string first = find(rs, "mine")->at("pid");
@@ -84,6 +97,43 @@ TEST(Daemon, SupervisesThisHostsPortsRestartsRereadsAndEndsOnSigint) {
   EXPECT_TRUE(site.waitDaemonExit());
   for (const DaemonSite::Report& r : site.reports(5))
     EXPECT_TRUE(r.at("pid") == first || kill(atoi(r.at("pid").c_str()), 0) == 0) << r.at("station");
+  // Tried on every pass, the failing ports were logged once each.
+  for (const std::string& bad : {std::string("/dev/pts/no-such-port"), badFlow})
+    EXPECT_EQ(site.countLog("IOException: " + bad + ":"), 1u) << bad;
+}
+
+// A child that ends at once is started again after 1, 2 and 4 seconds; a
+// SIGINT while a pass goes through ports that fail is answered at once.
+TEST(Daemon, BacksOffQuickEndsAndAnswersSigintBetweenPortStarts) {
+  DaemonSite site;
+  if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
+  heron_test::TestModuleServer server({"PROJECT=demo", "OPS=ops1"});
+  ASSERT_TRUE(server.ok()) << server.error();
+  std::string table = serialLine("quick", "-", site.addPort());
+  site.writeConfig(table);
+  ASSERT_EQ(site.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", "INGEST_STANDIN_EXIT=quick"}), 0);
+  std::vector<double> starts;  // when each stand-in wrote its report
+  for (const DaemonSite::Report& r : site.reports(4, 15)) {
+    struct stat st;
+    ASSERT_EQ(stat((site.dir() + "/reports/quick." + r.at("pid")).c_str(), &st), 0);
+    starts.push_back(static_cast<double>(st.st_mtim.tv_sec) + st.st_mtim.tv_nsec / 1e9);
+  }
+  ASSERT_EQ(starts.size(), 4u);
+  std::sort(starts.begin(), starts.end());
+  for (int i = 1; i < 4; ++i) {
+    EXPECT_GE(starts[i] - starts[i - 1], (1 << (i - 1)) - 0.05) << i;
+    EXPECT_LT(starts[i] - starts[i - 1], (1 << (i - 1)) + 1.5) << i;
+  }
+
+  for (int i = 0; i < 6; ++i) table += serialLine("gone", "-", "/dev/pts/no-such-" + std::to_string(i));
+  site.writeConfig(table);
+  const pid_t daemon = atoi(site.reports(0, 0)[0].at("parent").c_str());
+  kill(daemon, SIGHUP);
+  EXPECT_NE(site.waitLog("/dev/pts/no-such-0: open"), "");
+  const auto sent = std::chrono::steady_clock::now();
+  kill(daemon, SIGINT);
+  EXPECT_TRUE(site.waitDaemonExit());
+  EXPECT_LT(std::chrono::steady_clock::now() - sent, std::chrono::seconds(3));
 }
 
 TEST(Daemon, EndsWhenThereIsNothingToDoOrNoTable) {
@@ -125,12 +175,19 @@ TEST(Daemon, SetUserIdCopyGivesUpRoot) {
   std::string rootOnly = site.addPort(0600);
   EXPECT_EQ(site.start(copy, env, uid, {"-H", "-d", rootOnly}), 1);
 
+  // The caller's PATH leads to the stand-in's own folder; the fixed system
+  // path leads to its copy at /usr/local/sbin, which is the one started.  It
+  // gets no console opened with root's rights and no raised priority.
   site.writeConfig(serialLine("mine", "-", site.addPort(0666)));
+  site.systemStandin = true;
   ASSERT_EQ(site.start(copy, env, uid), 0);
   std::vector<DaemonSite::Report> rs = site.reports(1);
   ASSERT_EQ(rs.size(), 1u);
   const std::string id = std::to_string(uid);
-  EXPECT_EQ(rs[0].at("uids"), id + " " + id + " " + id);
+  const DaemonSite::Report want = {{"uids", id + " " + id + " " + id}, {"exe", "/usr/local/sbin/Ingest"},
+                                   {"std", "nnn"}, {"extra_fds", "0"},
+                                   {"nice", std::to_string(getpriority(PRIO_PROCESS, 0))}};
+  for (const auto& kv : want) EXPECT_EQ(rs[0].at(kv.first), kv.second) << kv.first;
   std::ifstream st("/proc/" + rs[0].at("parent") + "/status");
   std::string line, uidLine;
   while (std::getline(st, line))

@@ -1,6 +1,7 @@
 // A stand-in for the acquisition program that serial_ingest's daemon mode
 // starts for each port.  It writes what it was given to a report file in
-// $INGEST_STANDIN_DIR and then waits to be killed:
+// $INGEST_STANDIN_DIR and then waits to be killed, or ends at once when it
+// is the station named by $INGEST_STANDIN_EXIT:
 //
 //   argv: <station> <descriptor> <device>
 //   report "<station>.<pid>": one "key=value" per line, written as
@@ -10,6 +11,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -30,8 +32,20 @@ int main(int argc, char** argv) {
   getresuid(&r, &e, &s);
   sigset_t mask;
   sigprocmask(SIG_SETMASK, nullptr, &mask);
-  struct stat in, null;
-  bool stdinNull = fstat(0, &in) == 0 && stat("/dev/null", &null) == 0 && in.st_rdev == null.st_rdev;
+  // Standard streams as n(ull), c(onsole) or o(ther); descriptors beyond
+  // them and the port are counted.
+  struct stat st, null, console = {};
+  stat("/dev/null", &null);
+  stat("/dev/console", &console);
+  std::string std;
+  int extra = 0;
+  for (int i = 0; i < 1024; ++i) {
+    bool open = fstat(i, &st) == 0;
+    if (i < 3) std += !open ? 'o' : st.st_rdev == null.st_rdev ? 'n' : st.st_rdev == console.st_rdev ? 'c' : 'o';
+    else extra += open && i != fd;
+  }
+  char exe[256] = "";
+  readlink("/proc/self/exe", exe, sizeof exe - 1);
 
   std::string name = std::string(argv[0]) + "." + std::to_string(getpid());
   std::string path = std::string(dir) + "/" + name, tmp = std::string(dir) + "/." + name;
@@ -41,9 +55,11 @@ int main(int argc, char** argv) {
   fprintf(f, "station=%s\ndevice=%s\nsame_port=%d\nvmin=%d\nuids=%d %d %d\n", argv[0], argv[2],
           samePort, vmin, (int)r, (int)e, (int)s);
   fprintf(f, "INGEST_SERVER=%s\nPROJECT=%s\nOPS=%s\n", env("INGEST_SERVER"), env("PROJECT"), env("OPS"));
-  fprintf(f, "sigint_blocked=%d\nparent=%d\nsession=%d\nstdin_null=%d\n", sigismember(&mask, SIGINT),
-          (int)getppid(), (int)getsid(0), stdinNull);
+  fprintf(f, "sigint_blocked=%d\nparent=%d\nsession=%d\nstd=%s\nextra_fds=%d\nexe=%s\nnice=%d\n",
+          sigismember(&mask, SIGINT), (int)getppid(), (int)getsid(0), std.c_str(), extra, exe,
+          getpriority(PRIO_PROCESS, 0));
   fclose(f);
   rename(tmp.c_str(), path.c_str());  // the report appears whole
+  if (getenv("INGEST_STANDIN_EXIT") && strcmp(getenv("INGEST_STANDIN_EXIT"), argv[0]) == 0) return 0;
   for (;;) pause();
 }
