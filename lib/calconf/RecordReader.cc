@@ -5,18 +5,8 @@
 #include "base/Exception.h"
 #include "site/heron_fopen.h"
 
-namespace {
-FILE* open(std::string& file) {
-  try {
-    return heronFopen(file, "r");
-  } catch (const oru::IOException& e) {
-    throw BadConfigurationException(e);
-  }
-}
-}  // namespace
-
 RecordReader::RecordReader(const char* file)
-    : file_(file), fp_(open(file_), fclose), scanner_(new ConfigScanner(fp_.get(), file_.c_str())) {}
+    : file_(file), fp_(openConfigFile(file_)), scanner_(new ConfigScanner(fp_.get(), file_.c_str())) {}
 
 void RecordReader::fail(const std::string& what) const {
   throw BadConfigurationException(file_ + ":" + std::to_string(line_) + ": " + what);

@@ -45,13 +45,8 @@ void prepconfigerror(PrepParse& p, const char* msg) {
 }
 
 SidList::SidList(const char* prepConfig) : _file(prepConfig) {
-  FILE* fp;
-  try {
-    fp = heronFopen(_file, "r");
-  } catch (const oru::IOException& e) {
-    throw BadConfigurationException(e);
-  }
-  std::unique_ptr<FILE, int (*)(FILE*)> closer(fp, fclose);
+  ConfigFile opened = openConfigFile(_file);
+  FILE* fp = opened.get();
   ConfigScanner scanner(fp, _file.c_str());
   PrepParse p{&scanner, &_file, this, nullptr, nullptr, 1, {}, {}, {}, std::string()};
   if (prepconfigparse(p) != 0) throw BadConfigurationException(p.error);

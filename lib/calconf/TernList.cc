@@ -12,13 +12,8 @@ int TernList::_nterns = 0;
 void TernList::initialize() {
   if (_head) return;
   std::string path = "$HERON/config/kites_config";
-  FILE* fp;
-  try {
-    fp = heronFopen(path, "r");
-  } catch (const oru::IOException& e) {
-    throw BadConfigurationException(e);
-  }
-  std::unique_ptr<FILE, int (*)(FILE*)> closer(fp, fclose);
+  ConfigFile opened = openConfigFile(path);
+  FILE* fp = opened.get();
   int largest = -1;
   char word[100];
   while (fscanf(fp, "%99s", word) == 1) {

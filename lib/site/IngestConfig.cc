@@ -114,47 +114,36 @@ int readSettings(WordReader& in, int& baud, std::string& parity, int& databits, 
 
 IngestConfig::IngestConfig(const char* configFile) {
   std::string path(configFile);
-  FILE* fp;
-  try {
-    fp = heronFopen(path, "r");
-  } catch (const oru::IOException& e) {
-    throw BadConfigurationException(e);
-  }
-  try {
-    WordReader in(fp, path);
-    std::string station, server, port, lower, parity, flow, local;
-    while (in.word(station)) {
-      if (station[0] == '#') {
-        in.skipLine();
-        continue;
-      }
-      if (!in.word(server) || !in.word(port)) {
-        logit(LOG_ERR, "bad line in %s: i = ", path.c_str());  // the table ends inside a record
-        break;
-      }
-      lower = port;
-      for (char& ch : lower) ch = static_cast<char>(tolower(static_cast<unsigned char>(ch)));
-      if (lower == "socket") {
-        stns.emplace_back(station.c_str(), server.c_str(), port.c_str());
-        in.skipLine();
-        continue;
-      }
-      int baud = 0, databits = 0, stopbits = 0;
-      int i = readSettings(in, baud, parity, databits, stopbits, flow, local);
-      if (i < 6) {
-        // The count is deliberately not part of the message.
-        logit(LOG_ERR, "bad line in %s: i = ", path.c_str());
-      } else {
-        stns.emplace_back(station.c_str(), server.c_str(), port.c_str(), baud, parity.c_str(), databits,
-                          stopbits, flow.c_str(), local.c_str());
-      }
+  ConfigFile file = openConfigFile(path);
+  WordReader in(file.get(), path);
+  std::string station, server, port, lower, parity, flow, local;
+  while (in.word(station)) {
+    if (station[0] == '#') {
       in.skipLine();
+      continue;
     }
-  } catch (...) {
-    fclose(fp);
-    throw;
+    if (!in.word(server) || !in.word(port)) {
+      logit(LOG_ERR, "bad line in %s: i = ", path.c_str());  // the table ends inside a record
+      break;
+    }
+    lower = port;
+    for (char& ch : lower) ch = static_cast<char>(tolower(static_cast<unsigned char>(ch)));
+    if (lower == "socket") {
+      stns.emplace_back(station.c_str(), server.c_str(), port.c_str());
+      in.skipLine();
+      continue;
+    }
+    int baud = 0, databits = 0, stopbits = 0;
+    int i = readSettings(in, baud, parity, databits, stopbits, flow, local);
+    if (i < 6) {
+      // The count is deliberately not part of the message.
+      logit(LOG_ERR, "bad line in %s: i = ", path.c_str());
+    } else {
+      stns.emplace_back(station.c_str(), server.c_str(), port.c_str(), baud, parity.c_str(), databits,
+                        stopbits, flow.c_str(), local.c_str());
+    }
+    in.skipLine();
   }
-  fclose(fp);
 }
 
 IngestConfig::~IngestConfig() = default;

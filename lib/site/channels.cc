@@ -82,13 +82,8 @@ void channelserror(ChannelParse& p, const char* msg) {
 }
 
 channel_list::channel_list(const char* file) : _file(file), _timeTagType(_processTimeTag) {
-  FILE* fp;
-  try {
-    fp = heronFopen(_file, "r");
-  } catch (const oru::IOException& e) {
-    throw BadConfigurationException(e);
-  }
-  std::unique_ptr<FILE, int (*)(FILE*)> closer(fp, fclose);
+  ConfigFile opened = openConfigFile(_file);
+  FILE* fp = opened.get();
   ConfigScanner scanner(fp, _file.c_str());
   ChannelParse p{&scanner, _file.c_str(), &sentry, &aentry, &ttlentry, &_processTimeTag, true, std::string()};
   const int failed = channelsparse(p);

@@ -83,3 +83,11 @@ FILE* heronFopen(std::string& fname, const char* access) {
   if (!fp) throw oru::IOException(fname.c_str(), "open", errno);
   return fp;
 }
+
+ConfigFile openConfigFile(std::string& fname) {
+  try {
+    return ConfigFile(heronFopen(fname, "r"), fclose);
+  } catch (const oru::IOException& e) {
+    throw BadConfigurationException(e);
+  }
+}

@@ -29,9 +29,18 @@ FILE* heron_cal_fopen(const char* name, const char* mode);
 #ifdef __cplusplus
 }
 
+#include <memory>
+
 // Expands fname in place and opens it; throws oru::IOException
 // (path, "open", errno) when it cannot.
 FILE* heronFopen(std::string& fname, const char* access);
+
+// A site configuration file open for reading, closed when the handle goes.
+using ConfigFile = std::unique_ptr<FILE, int (*)(FILE*)>;
+
+// heronFopen for the configuration readers: a file that cannot be opened is
+// a BadConfigurationException carrying the oru::IOException's text.
+ConfigFile openConfigFile(std::string& fname);
 #endif
 
 #endif
