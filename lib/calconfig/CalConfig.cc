@@ -163,12 +163,16 @@ void CalConfig::InitializeFunctions() {
     void** params = const_cast<void**>(cc->sid->calib_params.data());
     if (!cc->indexChanConfig) {
       cc->cinfo = cc->init_func(cc->ithCall, cc->nCall, params, cc->nCalibParams, cc->nsub);
-      for (int j = 0; j < cc->nsub && j < cc->cinfo->iout; ++j)
-        if (cc->dids[static_cast<size_t>(j)] && cc->cinfo->units[j]) cc->dids[static_cast<size_t>(j)]->units = cc->cinfo->units[j];
+      for (int j = 0; j < cc->nsub && j < cc->cinfo->iout; ++j) {
+        HeronDataId* id = cc->dids[static_cast<size_t>(j)];
+        if (id && cc->cinfo->units[j]) id->units = cc->cinfo->units[j];
+      }
     } else {
       for (int i = 0; i < cc->nsub; ++i) {
-        CalibInfo* ci = cc->init_func(cc->ithCall + i, cc->nCall, params + i * cc->nCalibParams, cc->nCalibParams, 1);
-        if (cc->dids[static_cast<size_t>(i)] && ci->iout > 0 && ci->units[0]) cc->dids[static_cast<size_t>(i)]->units = ci->units[0];
+        CalibInfo* ci =
+            cc->init_func(cc->ithCall + i, cc->nCall, params + i * cc->nCalibParams, cc->nCalibParams, 1);
+        HeronDataId* id = cc->dids[static_cast<size_t>(i)];
+        if (id && ci->iout > 0 && ci->units[0]) id->units = ci->units[0];
         FreeCalibInfo(ci);
       }
     }

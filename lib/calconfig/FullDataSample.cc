@@ -67,7 +67,8 @@ void FullDataSample::Output(FILE* fp, outputFormat fmt, const char* const* forma
     case BINCOLUMN: {
       std::vector<char> rec(8 + 4 * static_cast<size_t>(data.size()));
       memcpy(rec.data(), &ttag, 8);
-      if (data.size() > 0) memcpy(rec.data() + 8, static_cast<const float*>(data), 4 * static_cast<size_t>(data.size()));
+      if (data.size() > 0)
+        memcpy(rec.data() + 8, static_cast<const float*>(data), 4 * static_cast<size_t>(data.size()));
       put(fp, rec.data(), rec.size());
       return;
     }

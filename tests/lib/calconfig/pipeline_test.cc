@@ -100,11 +100,12 @@ struct MuxSite : ScratchSite {
     write("config/kites_config", "kites_number m 0\n");
     writeOps("channel_config", "");
     writeOps("did.config", "a.mux 1 ; b.mux 2 ; c.mux 3 ; i.idx 4 ; x.two 5 ; y.two 6 lag 0.25 ;");
-    writeOps("prep.config", prep.empty() ? "sensor mux { module m 5 ; outputs a b c ; calibrate linear 1 0 2 0 3 0 ;"
-                                           " index i.idx ; rate 10 ; }\n"
-                                           "sensor idx { module m 6 ; outputs i ; calibrate linear 1 0 ; rate 10 ; }\n"
-                                           "sensor two { module m 200 ; outputs x y ; calibrate serial_short \"big\" ; }\n"
-                                         : prep);
+    writeOps("prep.config",
+             prep.empty() ? "sensor mux { module m 5 ; outputs a b c ; calibrate linear 1 0 2 0 3 0 ;"
+                            " index i.idx ; rate 10 ; }\n"
+                            "sensor idx { module m 6 ; outputs i ; calibrate linear 1 0 ; rate 10 ; }\n"
+                            "sensor two { module m 200 ; outputs x y ; calibrate serial_short \"big\" ; }\n"
+                          : prep);
     TernList::clear();
   }
 };
