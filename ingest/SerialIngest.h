@@ -58,6 +58,9 @@ class SerialIngest {
   int hexout(TTy* tty);
 
   static void staticSignalHandler(int sig);
+  // Whether SIGINT has asked the supervisor to end (a C-callable test for
+  // the remote-procedure waits).
+  static int interruptAsked();
   void signalHandler(int sig);
 
   // Asks the acquisition-module server for variable `name`; when it differs

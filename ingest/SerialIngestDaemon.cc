@@ -26,6 +26,7 @@
 #include "detach.h"
 #include "port/opentty.h"
 #include "rpc/getTernServerEnvVar.h"
+#include "rpc/rpc_wait.h"
 #include "site/IngestConfig.h"
 #include "site/heron_fopen.h"
 
@@ -52,6 +53,8 @@ void closeFrom(int from, int to) {
   for (long fd = from; fd <= to && fd < max; ++fd) close(static_cast<int>(fd));
 }
 }  // namespace
+
+int SerialIngest::interruptAsked() { return _instance != nullptr && _instance->_interrupt; }
 
 void SerialIngest::staticSignalHandler(int sig) {
   if (SerialIngest* app = instance()) app->signalHandler(sig);
@@ -166,6 +169,9 @@ int SerialIngest::daemonMode() {
   // A server that drops a remote-procedure connection must not end the
   // supervisor through SIGPIPE; the failed call is reported instead.
   signal(SIGPIPE, SIG_IGN);
+  // The module server's calls wait under the same mask, and a SIGINT that
+  // arrives during one ends the call at once instead of when it times out.
+  rpc_wait_signals(&_waitMask, interruptAsked);
   // Nothing clears this: every pass re-reads ingest.conf, so a restart
   // always sees the current table.
   _reconfig = 1;

@@ -12,6 +12,8 @@
 #include <new>
 #include <string>
 
+#include "rpc/rpc_wait.h"
+
 namespace {
 
 long long monotonicMillis() {
@@ -54,7 +56,9 @@ enum clnt_stat ready(DeadlineClient* c, short events, const Deadline& d, enum cl
     const int left = d.left();
     if (left == 0) return fail(c, RPC_TIMEDOUT);
     struct pollfd p = {c->fd, events, 0};
-    const int n = poll(&p, 1, left);
+    int stopped;
+    const int n = rpc_wait(&p, left, &stopped);
+    if (stopped) return fail(c, RPC_INTR, EINTR);
     if (n > 0) return RPC_SUCCESS;
     if (n < 0 && errno != EINTR) return fail(c, onError, errno);
   }

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "rpc/deadline_client.h"
+#include "rpc/rpc_wait.h"
 
 namespace {
 
@@ -53,7 +54,12 @@ int connectTimed(const struct sockaddr_in& addr, const struct timeval* timeout) 
         break;
       }
       struct pollfd p = {fd, POLLOUT, 0};
-      int n = poll(&p, 1, static_cast<int>(left));
+      int stopped;
+      int n = rpc_wait(&p, static_cast<int>(left), &stopped);
+      if (stopped) {
+        err = EINTR;
+        break;
+      }
       if (n < 0) {
         err = errno;
         continue;

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -134,6 +135,31 @@ TEST(Daemon, BacksOffQuickEndsAndAnswersSigintBetweenPortStarts) {
   kill(daemon, SIGINT);
   EXPECT_TRUE(site.waitDaemonExit());
   EXPECT_LT(std::chrono::steady_clock::now() - sent, std::chrono::seconds(3));
+}
+
+// SIGINT during a module-server call that the server drags out (a reply of
+// six seconds, one byte at a time) ends the call and the supervisor at once.
+TEST(Daemon, AnswersSigintDuringASlowModuleServerCall) {
+  DaemonSite site;
+  if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
+  heron_test::ServerProcess slow(heron_test::testProgramPath("ingest_test_server"),
+                                 {std::to_string(heron_test::kModuleServerProgram), "--reply=trickle"}, true);
+  ASSERT_TRUE(slow.ok()) << slow.error();
+  site.writeConfig(serialLine("slow", "-", site.addPort()));
+  ASSERT_EQ(site.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1"}), 0);
+  sleep(2);
+  pid_t daemon = 0;  // the detached supervisor: our child, by its name
+  for (const auto& e : std::filesystem::directory_iterator("/proc")) {
+    std::ifstream stat(e.path() / "stat");
+    std::string pid, comm, state, ppid;
+    if (stat >> pid >> comm >> state >> ppid && comm == "(serial_ingest)" && atoi(ppid.c_str()) == getpid())
+      daemon = atoi(pid.c_str());
+  }
+  ASSERT_GT(daemon, 0);
+  const auto sent = std::chrono::steady_clock::now();
+  kill(daemon, SIGINT);
+  EXPECT_TRUE(site.waitDaemonExit());
+  EXPECT_LT(std::chrono::steady_clock::now() - sent, std::chrono::seconds(2));
 }
 
 TEST(Daemon, EndsWhenThereIsNothingToDoOrNoTable) {
