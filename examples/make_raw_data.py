@@ -4,7 +4,12 @@ operations set ops1): thirty seconds of two acquisition modules, starting
 2026-11-21 12:00:00 UTC, with time tags in the site's wierd12 form (seconds
 of the day in the upper 20 bits, milliseconds in the low 12).
 
-    python3 examples/make_raw_data.py
+    python3 examples/make_raw_data.py [--seconds N] [--out FOLDER]
+
+--seconds (30 by default) sets the span, which must fit in the day and in
+the hour that archive_config gives each file; --out (the site's raw folder
+by default) writes the files elsewhere, e.g. the scaled-up data of the
+calibration benchmark (bench/calibrate_bench.cc).
 
 Every record starts from known physical values, which are encoded through
 the inverse of the calibration that prep.config gives the channel; the
@@ -30,6 +35,7 @@ channels are 1-199, serial channels 0 and 200-255.
               CO2 mmol/m^3, H2O mmol/m^3, pressure kPa, temperature degC,
               10 Hz
 """
+import argparse
 import math
 import os
 import random
@@ -115,15 +121,24 @@ def tern2(rng, truth):
 
 
 def main():
+    global SECONDS
+    parser = argparse.ArgumentParser(description="Writes the example site's raw-sample archives.")
+    parser.add_argument("--seconds", type=int, default=SECONDS, help="span of the data (default %(default)s)")
+    parser.add_argument("--out", default=OUT, help="folder of the files (default: the site's raw folder)")
+    args = parser.parse_args()
+    if not 1 <= args.seconds <= 3600:
+        parser.error("--seconds must be 1 to 3600 (one archive file per module)")
+    SECONDS = args.seconds
+    out_dir = args.out
     rng = random.Random(20261121)
-    os.makedirs(OUT, exist_ok=True)
+    os.makedirs(out_dir, exist_ok=True)
     truth = []
     for name, data in (("tern1_20261121_120000.raw", tern1(rng, truth)),
                        ("tern2_20261121_120000.raw", tern2(rng, truth))):
-        with open(os.path.join(OUT, name), "wb") as f:
+        with open(os.path.join(out_dir, name), "wb") as f:
             f.write(data)
         print("%s: %d bytes" % (name, len(data)))
-    with open(os.path.join(OUT, "truth.txt"), "w") as f:
+    with open(os.path.join(out_dir, "truth.txt"), "w") as f:
         f.write("# milliseconds of the day, data id, value encoded (make_raw_data.py)\n")
         for ms, did, value in sorted(truth):
             f.write("%d %s %.6f\n" % (ms, did, value))
