@@ -43,4 +43,21 @@ CalibInfo* serial_decoder_init(const char* module, const char* version, SerialKi
 // Fields 0 .. nfields-1 of rec into out.  Returns 0.
 int serial_decode(const SerialLayout& l, const char* rec, float* out);
 
+// Defines a plain decoder `name` (its conversion and its init) over a
+// per-use layout table of its own; the plain decoders differ only in the
+// kind of their fields.  Parameters: byte order [text, "big" or "little"],
+// byte offset of the first field [number, optional, 0], stride [number,
+// optional, the field's width]; one output per field, with the empty unit.
+#define HERON_SERIAL_DECODER(name, kind)                                                              \
+  namespace {                                                                                         \
+  UseTable<SerialLayout> name##_layouts;                                                              \
+  }                                                                                                   \
+  extern "C" int name(double*, calib_input in, float* out, int ichan) {                               \
+    return serial_decode(name##_layouts[ichan], in.raw, out);                                         \
+  }                                                                                                   \
+  extern "C" CalibInfo* name##_init(int ichan, int nchan, void** params, int nparam, int nout) {      \
+    return serial_decoder_init(#name, #name " 1.0", kind, name##_layouts, ichan, nchan, params, nparam, \
+                               nout);                                                                 \
+  }
+
 #endif

@@ -3,18 +3,4 @@
 #include "calib/conversions.h"
 #include "calib/serial_layout.h"
 
-namespace {
-UseTable<SerialLayout> layouts;
-}
-
-extern "C" int serial_short(double*, calib_input in, float* out, int ichan) {
-  return serial_decode(layouts[ichan], in.raw, out);
-}
-
-// Parameters: byte order [text, "big" or "little"], byte offset of the first
-// field [number, optional, 0], stride [number, optional, the field's width].
-// One output per field, with the empty unit.
-extern "C" CalibInfo* serial_short_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  return serial_decoder_init("serial_short", "serial_short 1.0", SerialKind::Short, layouts, ichan, nchan,
-                             params, nparam, nout);
-}
+HERON_SERIAL_DECODER(serial_short, SerialKind::Short)
