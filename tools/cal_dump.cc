@@ -20,7 +20,7 @@
 
 #include "base/Exception.h"
 #include "calconfig/CalConfig.h"
-#include "calconfig/CalSample.h"
+#include "calconfig/TaggedSample.h"
 #include "time/UTime.h"
 
 namespace {
@@ -35,7 +35,6 @@ const char kUsage[] =
     "VARIABLE is a data-id name of the site, e.g. u.wind; without any, all\n"
     "that the site's sensors produce.  The site is $HERON/projects/$PROJECT/$OPS.\n";
 
-const int kCalibrated = 2;  // kind of calibrated samples in the stream
 const int kCsv = -1;        // the CSV form, beside outputFormat's
 
 struct Options {
@@ -215,10 +214,8 @@ int main(int argc, char** argv) {
     SampleStream<TaggedSampleBase> stream;
     try {
       for (;;) {
-        cfg.nextTaggedSample(stream);
-        calibrate(stream);
         DPlist<TaggedSampleBase> done;
-        stream >> kCalibrated >> done;
+        cfg.nextCalibrated(stream, done);
         for (DPlist_iter<TaggedSampleBase> it = done.begin(); it(); ++it) {
           const FullDataSample& s = *static_cast<FullDataSample*>(*it);
           if (s.ttag >= start && s.ttag < end && writer.write(s)) ++written;

@@ -95,6 +95,10 @@ class CalConfig : public SidList, public HeronDataIds, public TernList {
   // inputs' exceptions pass through: oru::EOFException when all have
   // ended.
   int nextTaggedSample(SampleStream<TaggedSampleBase>& stream);
+  // The loop of a processing program in one step: nextTaggedSample, then
+  // calibrate(), and the calibrated samples (FullDataSample, kind 2) moved
+  // into `done`.  Returns as nextTaggedSample, and throws as it does.
+  int nextCalibrated(SampleStream<TaggedSampleBase>& stream, DPlist<TaggedSampleBase>& done);
   long unwantedSamples() const { return _unwanted; }
 
   // Per module number, per channel: the configurations registered there.

@@ -4,6 +4,7 @@
 
 #include "calconf/ArchiveConfig.h"
 #include "calconfig/CalConfig.h"
+#include "calconfig/CalSample.h"
 #include "samples/RawDataInputs.h"
 #include "samples/Sample.h"
 
@@ -68,4 +69,11 @@ int CalConfig::nextTaggedSample(SampleStream<TaggedSampleBase>& stream) {
       stream.Push(raw, new TaggedRawSample(t, static_cast<const char*>(s->data), s->size(), cc));
     return static_cast<int>(channels[s->chan].size());
   }
+}
+
+int CalConfig::nextCalibrated(SampleStream<TaggedSampleBase>& stream, DPlist<TaggedSampleBase>& done) {
+  const int n = nextTaggedSample(stream);
+  calibrate(stream);
+  stream >> type(static_cast<FullDataSample*>(nullptr)) >> done;
+  return n;
 }

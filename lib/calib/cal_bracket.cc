@@ -8,7 +8,7 @@
 namespace {
 // read_cal_rec stores only the first n of the pointers it is given.  A value
 // field that is not a number leaves its variable unchanged, so the caller
-// seeds v.
+// fills v with the values in force before the call.
 int read_record(CalBracket* b, double* t, float* v) {
   return read_cal_rec(b->fp.get(), t, b->n, &v[0], &v[1], &v[2]);
 }

@@ -52,10 +52,8 @@ TEST(CalConfigPipeline, ExampleSiteCalibratesToTheEncodedValues) {
   size_t parsed = 0, matched = 0;
   try {
     for (;;) {
-      cfg.nextTaggedSample(stream);
-      calibrate(stream);
       DPlist<TaggedSampleBase> done;
-      stream >> kCalibrated >> done;
+      cfg.nextCalibrated(stream, done);
       for (DPlist_iter<TaggedSampleBase> it = done.begin(); it(); ++it)
         static_cast<FullDataSample*>(*it)->Output(out, BIN, nullptr);
       ASSERT_EQ(fflush(out), 0);
