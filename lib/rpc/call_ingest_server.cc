@@ -15,9 +15,9 @@
 #include "rpc/ingest_client.h"
 #include "rpc/ingest_rpc_client.h"
 #include "base/logit.h"
+#include "rpc/rpc_wait.h"
 
 namespace {
-
 // Our own host name as the server should connect back to it: the canonical
 // name when the name resolves, else the bare name (the server may still know
 // it, or fall back to the caller's address).
@@ -40,12 +40,6 @@ char* announcedName() {
   return strdup(host);
 }
 
-long long monotonicMillis() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
-}
-
 // The IPv4 addresses of the ingest server's host.
 std::vector<in_addr_t> hostAddresses(const char* host) {
   std::vector<in_addr_t> addrs;
@@ -66,9 +60,9 @@ std::vector<in_addr_t> hostAddresses(const char* host) {
 // in time).  Only a connection from one of the server's addresses is taken:
 // anyone else who finds the port is hung up on, and the wait goes on.
 int acceptConnectBack(int listenfd, const std::vector<in_addr_t>& server) {
-  long long deadline = monotonicMillis() + INGEST_CONNECT_BACK_SECS * 1000LL;
+  long long deadline = rpc_monotonic_ms() + INGEST_CONNECT_BACK_SECS * 1000LL;
   for (;;) {
-    long long left = deadline - monotonicMillis();
+    long long left = deadline - rpc_monotonic_ms();
     if (left <= 0) {
       errno = ETIMEDOUT;
       return -1;

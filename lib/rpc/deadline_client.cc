@@ -15,18 +15,11 @@
 #include "rpc/rpc_wait.h"
 
 namespace {
-
-long long monotonicMillis() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
-}
-
 struct Deadline {
   long long at;
   // Milliseconds left, rounded up; 0 once the deadline has passed.
   int left() const {
-    const long long ms = at - monotonicMillis();
+    const long long ms = at - rpc_monotonic_ms();
     return ms <= 0 ? 0 : static_cast<int>(ms > 3600000 ? 3600000 : ms);
   }
 };
@@ -183,7 +176,7 @@ enum clnt_stat callDeadline(CLIENT* clnt, rpcproc_t proc, xdrproc_t xargs, void*
   DeadlineClient* c = self(clnt);
   memset(&c->err, 0, sizeof c->err);
   if (c->outOfStep) return fail(c, RPC_CANTSEND, ENOTCONN);
-  const Deadline d = {monotonicMillis() + c->waitMillis};
+  const Deadline d = {rpc_monotonic_ms() + c->waitMillis};
   ++c->xid;
   enum clnt_stat st = sendCall(c, proc, xargs, args, d);
   std::string rec;

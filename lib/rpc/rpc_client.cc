@@ -15,7 +15,6 @@
 #include "rpc/rpc_wait.h"
 
 namespace {
-
 void systemError(int err) {
   rpc_createerr.cf_stat = RPC_SYSTEMERROR;
   rpc_createerr.cf_error.re_status = RPC_SYSTEMERROR;
@@ -29,12 +28,6 @@ int timeoutMillis(const struct timeval* t) {
   return static_cast<int>(ms);
 }
 
-long long monotonicMillis() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
-}
-
 // A connected, blocking, close-on-exec TCP socket, or -1 with rpc_createerr
 // set (ETIMEDOUT when the peer did not answer in time).
 int connectTimed(const struct sockaddr_in& addr, const struct timeval* timeout) {
@@ -46,9 +39,9 @@ int connectTimed(const struct sockaddr_in& addr, const struct timeval* timeout) 
   int err = 0;
   if (connect(fd, reinterpret_cast<const struct sockaddr*>(&addr), sizeof addr) != 0) {
     err = errno;
-    long long deadline = monotonicMillis() + timeoutMillis(timeout);
+    long long deadline = rpc_monotonic_ms() + timeoutMillis(timeout);
     while (err == EINPROGRESS || err == EINTR) {
-      long long left = deadline - monotonicMillis();
+      long long left = deadline - rpc_monotonic_ms();
       if (left <= 0) {
         err = ETIMEDOUT;
         break;

@@ -1,6 +1,7 @@
 #include "rpc/rpc_wait.h"
 
 #include <errno.h>
+#include <time.h>
 
 namespace {
 bool haveMask = false;
@@ -21,4 +22,10 @@ int rpc_wait(struct pollfd* p, int ms, int* stopped) {
   const int n = ppoll(p, 1, &limit, &waitMask);
   if (n < 0 && errno == EINTR && stopAsked != nullptr && stopAsked()) *stopped = 1;
   return n;
+}
+
+long long rpc_monotonic_ms(void) {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);  // cannot fail with this clock
+  return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }

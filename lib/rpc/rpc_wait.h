@@ -23,6 +23,9 @@ void rpc_wait_signals(const sigset_t* mask, int (*stop)(void));
 // returns -1 with errno EINTR and sets *stopped.
 int rpc_wait(struct pollfd* p, int ms, int* stopped);
 
+// Milliseconds of the monotonic clock, which the calls' deadlines count in.
+long long rpc_monotonic_ms(void);
+
 #ifdef __cplusplus
 }
 #endif
