@@ -27,6 +27,7 @@
 #include "calconfig/CalConfig.h"
 #include "calconfig/CalSample.h"
 #include "samples/RawDataInputs.h"
+#include "scaled_site.h"
 
 namespace {
 
@@ -37,17 +38,6 @@ const long kValues = 141L * kSeconds;   // as the generator's truth.txt counts t
 const int kRaw = 1, kCalibrated = 2;    // sample kinds in the stream
 
 CalConfig* config;  // made once: reading the site's files is not measured
-
-std::string sourceDir() {
-  std::string self = __FILE__;  // <source>/bench/calibrate_bench.cc
-  return self.substr(0, self.rfind("/bench/"));
-}
-
-bool run(const std::string& command) {
-  if (system(command.c_str()) == 0) return true;
-  fprintf(stderr, "failed: %s\n", command.c_str());
-  return false;
-}
 
 void setRates(benchmark::State& state, long samples, long values) {
   state.counters["samples/s"] = benchmark::Counter(static_cast<double>(samples), benchmark::Counter::kIsRate);
@@ -136,20 +126,8 @@ BENCHMARK(BM_EndToEnd)->Unit(benchmark::kMillisecond)->Repetitions(3);
 }  // namespace
 
 int main(int argc, char** argv) {
-  char tmpl[] = "/tmp/heron-calibrate-bench-XXXXXX";
-  if (mkdtemp(tmpl) == nullptr) return perror("mkdtemp"), 1;
-  const std::string scratch = tmpl, source = sourceDir();
-  const std::string raw = scratch + "/projects/demo/ops1/raw";
-  if (!run("cp -R '" + source + "/examples/site/.' '" + scratch + "'") ||
-      !run("python3 '" + source + "/examples/make_raw_data.py' --seconds " + std::to_string(kSeconds) + " --out '" +
-           raw + "' >/dev/null")) {
-    run("rm -rf '" + scratch + "'");
-    return 1;
-  }
-  setenv("HERON", scratch.c_str(), 1);
-  setenv("PROJECT", "demo", 1);
-  setenv("OPS", "ops1", 1);
-  unsetenv("RAWDATADIR");
+  ScaledSite site(kSeconds);
+  if (!site.ok()) return 1;
   int status = 0;
   try {
     CalConfig cfg;
@@ -169,5 +147,5 @@ int main(int argc, char** argv) {
     fprintf(stderr, "%s\n", e.what());
     status = 1;
   }
-  return run("rm -rf '" + scratch + "'") ? status : 1;
+  return status;
 }

@@ -34,10 +34,11 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 # Dependencies of the programs and libraries are read from them
 # (dpkg-shlibdeps: libc6, libstdc++6, libtirpc3, ...); the headers need
-# libtirpc-dev, the daemon wants a port mapper and a system logger.
+# libtirpc-dev, the daemon wants a port mapper and a system logger, and
+# cal_dump --plot runs gnuplot.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libtirpc-dev")
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "rpcbind, rsyslog | system-log-daemon, logrotate")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "rpcbind, rsyslog | system-log-daemon, logrotate, gnuplot-nox | gnuplot")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 

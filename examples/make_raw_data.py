@@ -4,12 +4,15 @@ operations set ops1): thirty seconds of two acquisition modules, starting
 2026-11-21 12:00:00 UTC, with time tags in the site's wierd12 form (seconds
 of the day in the upper 20 bits, milliseconds in the low 12).
 
-    python3 examples/make_raw_data.py [--seconds N] [--out FOLDER]
+    python3 examples/make_raw_data.py [--seconds N] [--out FOLDER] [--start T]
 
---seconds (30 by default) sets the span, which must fit in the day and in
-the hour that archive_config gives each file; --out (the site's raw folder
-by default) writes the files elsewhere, e.g. the scaled-up data of the
-calibration benchmark (bench/calibrate_bench.cc).
+--seconds (30 by default) sets the span, which must fit in the hour that
+archive_config gives each file; --out (the site's raw folder by default)
+writes the files elsewhere, e.g. the scaled-up data of the calibration
+benchmark (bench/calibrate_bench.cc); --start (UTC seconds since 1970)
+moves the start, e.g. to a few seconds from now for data played live into
+a port (scripts/demo-chain.sh), whose time tags must be near the clock.
+The file names carry the start; tags past midnight wrap to the new day.
 
 Every record starts from known physical values, which are encoded through
 the inverse of the calibration that prep.config gives the channel; the
@@ -37,6 +40,7 @@ channels are 1-199, serial channels 0 and 200-255.
 """
 import argparse
 import math
+import time
 import os
 import random
 import struct
@@ -53,6 +57,7 @@ H2O_G_PER_MMOL = 0.018015
 
 def tag(ms):
     """Time tag of a millisecond of the day, wierd12, in wire order."""
+    ms %= 86400000
     return struct.pack(">I", ((ms // 1000) << 12) | (ms % 1000))
 
 
@@ -121,27 +126,32 @@ def tern2(rng, truth):
 
 
 def main():
-    global SECONDS
+    global SECONDS, START
     parser = argparse.ArgumentParser(description="Writes the example site's raw-sample archives.")
     parser.add_argument("--seconds", type=int, default=SECONDS, help="span of the data (default %(default)s)")
     parser.add_argument("--out", default=OUT, help="folder of the files (default: the site's raw folder)")
+    parser.add_argument("--start", type=int, help="start, UTC seconds since 1970 (default 2026-11-21 12:00:00)")
     args = parser.parse_args()
     if not 1 <= args.seconds <= 3600:
         parser.error("--seconds must be 1 to 3600 (one archive file per module)")
     SECONDS = args.seconds
+    stamp = "20261121_120000"
+    if args.start is not None:
+        START = args.start % 86400
+        stamp = time.strftime("%Y%m%d_%H%M%S", time.gmtime(args.start))
     out_dir = args.out
     rng = random.Random(20261121)
     os.makedirs(out_dir, exist_ok=True)
     truth = []
-    for name, data in (("tern1_20261121_120000.raw", tern1(rng, truth)),
-                       ("tern2_20261121_120000.raw", tern2(rng, truth))):
+    for name, data in (("tern1_%s.raw" % stamp, tern1(rng, truth)),
+                       ("tern2_%s.raw" % stamp, tern2(rng, truth))):
         with open(os.path.join(out_dir, name), "wb") as f:
             f.write(data)
         print("%s: %d bytes" % (name, len(data)))
     with open(os.path.join(out_dir, "truth.txt"), "w") as f:
         f.write("# milliseconds of the day, data id, value encoded (make_raw_data.py)\n")
         for ms, did, value in sorted(truth):
-            f.write("%d %s %.6f\n" % (ms, did, value))
+            f.write("%d %s %.6f\n" % (ms % 86400000, did, value))
     print("truth.txt: %d values" % len(truth))
 
 

@@ -3,7 +3,8 @@
 # skipping those already present.  Safe to run again.
 set -eu
 pkgs="build-essential cmake pkg-config libtirpc-dev rpcsvc-proto rpcbind flex bison
-      libgtest-dev libbenchmark-dev xxd clang libclang-rt-14-dev python3"
+      libgtest-dev libbenchmark-dev xxd clang libclang-rt-14-dev python3 procps
+      libnetcdf-dev netcdf-bin gnuplot-nox"
 missing=""
 for p in $pkgs; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

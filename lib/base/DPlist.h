@@ -3,13 +3,17 @@
 // A DPlist<T> holds pointers to objects derived from SampleBase, each
 // through its own TPlink<T> node, and every node holds one reference.  One
 // object may sit in several lists at once; it is deleted when the last node
-// that points at it goes (list destroyed, erase, pop_back).  Objects are
-// handed to a list with refCount 0 and belong to the lists from then on.
+// that points at it goes (list destroyed, erase, pop_back): the node calls
+// its release(), which deletes it unless its class keeps it for reuse.
+// Objects are handed to a list with refCount 0 and belong to the lists from
+// then on.  Nodes and lists come from free lists (FreeList.h): a pipeline
+// makes and drops one of each per sample.
 #ifndef HERON_DPLIST_H
 #define HERON_DPLIST_H
 
 #include <functional>
 
+#include "base/FreeList.h"
 #include "base/List.h"
 
 // Base of everything kept in a DPlist.  Copies start unshared.
@@ -20,8 +24,17 @@ class SampleBase {
   SampleBase& operator=(const SampleBase&) { return *this; }
   virtual ~SampleBase() {}
 
+  // Called by the last node to let go: deletes the object.  A class that
+  // reuses its objects keeps it instead (Spares in FreeList.h).
+  virtual void release() { delete this; }
+
   // Number of list nodes pointing at this object; kept by TPlink.
   int refCount;
+};
+
+// The deleter of a unique_ptr that holds a sample outside any list.
+struct ReleaseSample {
+  void operator()(SampleBase* s) const { s->release(); }
 };
 
 // A node carrying a value.
@@ -34,14 +47,14 @@ class Tlink : public dlink {
 
 // The node of a DPlist<T>: holds one reference to *info.
 template <class T>
-class TPlink : public Tlink<void*> {
+class TPlink : public Tlink<void*>, public RecycledStorage<TPlink<T>> {
  public:
   explicit TPlink(T* p) : Tlink<void*>(p) {
     if (p) ++p->refCount;
   }
   ~TPlink() override {
     T* p = sample();
-    if (p && --p->refCount == 0) delete p;
+    if (p && --p->refCount == 0) p->release();
   }
   T* sample() const { return static_cast<T*>(info); }
 };
@@ -81,7 +94,7 @@ class DPlist_iter : public dlist_base_iter {
 };
 
 template <class T>
-class DPlist : public dlist_base {
+class DPlist : public dlist_base, public RecycledStorage<DPlist<T>> {
  public:
   DPlist() {}
 

@@ -72,31 +72,8 @@ void dlist_base::splice(dlink* pos, dlist_base& from, dlink* first, dlink* last,
   l += n;
 }
 
-dlist_base_iter::dlist_base_iter(dlist_base& list, where w)
-    : ce(w == BEGIN ? list.start : nullptr), cs(&list), i(w == BEGIN ? 0 : list.l) {}
-
-dlist_base_iter::~dlist_base_iter() = default;
-
-dlist_base_iter& dlist_base_iter::operator++() {
-  if (!cs || !ce) throw OutOfBounds();
-  ce = ce->next;
-  ++i;
-  if (ce == cs->start) ce = nullptr;
-  return *this;
-}
-
 dlist_base_iter dlist_base_iter::operator++(int) {
   dlist_base_iter was = *this;
   ++*this;
   return was;
-}
-
-dlink* dlist_base_iter::operator*() const {
-  if (!cs || !ce) throw OutOfBounds();
-  return ce;
-}
-
-dlink* dlist_base_iter::operator()() const {
-  if (!cs) throw OutOfBounds();
-  return ce;
 }

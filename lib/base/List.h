@@ -72,19 +72,33 @@ class dlist_base_iter {
   dlist_base_iter() : ce(nullptr), cs(nullptr), i(0) {}
   // BEGIN: on the first node (the end when the list is empty), position 0;
   // END: at the end, position = the list's size.
-  dlist_base_iter(dlist_base& list, where w);
-  virtual ~dlist_base_iter();
+  dlist_base_iter(dlist_base& list, where w)
+      : ce(w == BEGIN ? list.start : nullptr), cs(&list), i(w == BEGIN ? 0 : list.l) {}
+  virtual ~dlist_base_iter() = default;
   dlist_base_iter(const dlist_base_iter&) = default;
   dlist_base_iter& operator=(const dlist_base_iter&) = default;
 
-  // To the next node; past the last node to the end.
-  dlist_base_iter& operator++();
+  // To the next node; past the last node to the end.  (The calls every
+  // walk makes are inline: a pipeline walks a list or two per sample.)
+  dlist_base_iter& operator++() {
+    if (!cs || !ce) throw OutOfBounds();
+    ce = ce->next;
+    ++i;
+    if (ce == cs->start) ce = nullptr;
+    return *this;
+  }
   dlist_base_iter operator++(int);
 
   // The current node; throws at the end.
-  dlink* operator*() const;
+  dlink* operator*() const {
+    if (!cs || !ce) throw OutOfBounds();
+    return ce;
+  }
   // The current node, null at the end.
-  dlink* operator()() const;
+  dlink* operator()() const {
+    if (!cs) throw OutOfBounds();
+    return ce;
+  }
 
   // Difference of positions.
   int operator-(const dlist_base_iter& o) const { return i - o.i; }

@@ -64,13 +64,12 @@ class SampleStream {
     return *this;
   }
 
-  // Pops the samples of kind nextType onto the back of out.
+  // Pops the samples of kind nextType onto the back of out.  The stream
+  // keeps its emptied list for the next push.
   SampleStream& operator>>(DPlist<T>& out) {
-    DPlist<T>* list = Pop(nextType);
-    if (list) {
-      splice(out.end(), *list);
-      delete list;
-    }
+    if (empty()) return *this;
+    if (nextType != fifoType) throw SampleTypeMisMatch();
+    splice(out.end(), *fifo);
     return *this;
   }
 

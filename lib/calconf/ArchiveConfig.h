@@ -25,6 +25,15 @@ class ArchiveConfig {
   std::vector<std::string> GetArchiveFileNames(const char* module, double start, double end,
                                                std::vector<double>& startTimes) const;
 
+  // The file-name pattern and seconds per file of module's archive; false
+  // when the file does not name module.
+  bool archiveOf(const char* module, std::string& pattern, double& period) const {
+    auto a = _archives.find(module);
+    if (a == _archives.end()) return false;
+    pattern = a->second.pattern;
+    period = a->second.period;
+    return true;
+  }
   // The raw-data directory, expanded.
   const std::string& directory() const { return _directory; }
 

@@ -66,7 +66,7 @@ int CalConfig::nextTaggedSample(SampleStream<TaggedSampleBase>& stream) {
       continue;
     }
     for (ChannelConfig* cc : channels[s->chan])
-      stream.Push(raw, new TaggedRawSample(t, static_cast<const char*>(s->data), s->size(), cc));
+      stream.Push(raw, TaggedRawSample::make(t, static_cast<const char*>(s->data), s->size(), cc));
     return static_cast<int>(channels[s->chan].size());
   }
 }

@@ -9,16 +9,15 @@
 
 namespace {
 
-// A raw record copied into zeroed room for the longest record, so that a
-// conversion reading a record of its own length never reads past a short
-// sample's bytes.
+// A waiting raw record copied into zeroed room for the longest record, as
+// TaggedRawSample keeps its own.
 struct Record {
   explicit Record(const DataArray<char>& d) {
     memset(bytes, 0, sizeof bytes);
     const int n = d.getNbytes() < static_cast<int>(sizeof bytes) ? d.getNbytes() : static_cast<int>(sizeof bytes);
     if (n > 0) memcpy(bytes, static_cast<const char*>(d), static_cast<size_t>(n));
   }
-  char bytes[256];
+  char bytes[TaggedRawSample::kRecordRoom];
 };
 
 void convert(CalSample& s, const char* raw, const ChannelConfig* cc, int ichan) {
@@ -38,18 +37,61 @@ HeronDataId** idsOf(const ChannelConfig* cc, int from) {
 
 }  // namespace
 
-CalSample::CalSample(double t, const char* raw, const ChannelConfig* cc)
-    : FullDataSample(t, cc->nsub, idsOf(cc, 0)) {
+CalSample::CalSample(double t, const char* raw, const ChannelConfig* cc) : FullDataSample(t, 0, nullptr) {
+  all(t, raw, cc);
+}
+
+CalSample::CalSample(double t, const char* raw, const ChannelConfig* cc, int isub) : FullDataSample(t, 0, nullptr) {
+  one(t, raw, cc, isub);
+}
+
+CalSample::CalSample(const CalSample& cs, int i) : FullDataSample(cs.ttag, 0, nullptr) { lagged(cs, i); }
+
+CalSample* CalSample::spare() {
+  CalSample* s = Spares<CalSample>::take();
+  return s ? s : new CalSample;
+}
+
+CalSample* CalSample::make(double t, const char* raw, const ChannelConfig* cc) {
+  std::unique_ptr<CalSample, ReleaseSample> s(spare());  // given back if the conversion throws
+  s->all(t, raw, cc);
+  return s.release();
+}
+
+CalSample* CalSample::make(double t, const char* raw, const ChannelConfig* cc, int isub) {
+  std::unique_ptr<CalSample, ReleaseSample> s(spare());
+  s->one(t, raw, cc, isub);
+  return s.release();
+}
+
+CalSample* CalSample::make(const CalSample& cs, int i) {
+  std::unique_ptr<CalSample, ReleaseSample> s(spare());
+  s->lagged(cs, i);
+  return s.release();
+}
+
+void CalSample::reset(double t, int n, HeronDataId** ids) {
+  ttag = t;
+  data.setNbytes(n * static_cast<int>(sizeof(float)));
+  for (int i = 0; i < n; ++i) data[i] = 0.0f;
+  ngood = n;
+  info = ids;
+}
+
+void CalSample::all(double t, const char* raw, const ChannelConfig* cc) {
+  reset(t, cc->nsub, idsOf(cc, 0));
   convert(*this, raw, cc, cc->ithCall);
 }
 
-CalSample::CalSample(double t, const char* raw, const ChannelConfig* cc, int isub)
-    : FullDataSample(t, 1, idsOf(cc, isub)) {
+void CalSample::one(double t, const char* raw, const ChannelConfig* cc, int isub) {
+  reset(t, 1, idsOf(cc, isub));
   convert(*this, raw, cc, cc->ithCall + isub);
   if (info[0]->phase) ttag -= info[0]->phase->GetLag(ttag);
 }
 
-CalSample::CalSample(const CalSample& cs, int i) : FullDataSample(cs.ttag, &cs.data[i], 1, cs.info + i) {
+void CalSample::lagged(const CalSample& cs, int i) {
+  reset(cs.ttag, 1, cs.info + i);
+  data[0] = cs.data[i];
   ttag -= info[0]->phase->GetLag(ttag);
 }
 
@@ -69,7 +111,7 @@ CalSample* CalibrateMultiplex(double t, const DataArray<char>& raw, ChannelConfi
   const int k = index->data[cc->indexSubChan];
   if (k < 0 || k >= cc->nsub || !cc->dids[static_cast<size_t>(k)]) return nullptr;
   const Record rec(raw);
-  return new CalSample(t, rec.bytes, cc, k);
+  return CalSample::make(t, rec.bytes, cc, k);
 }
 
 void calibrate(SampleStream<TaggedSampleBase>& stream) {
@@ -85,12 +127,11 @@ void calibrate(SampleStream<TaggedSampleBase>& stream) {
       if (CalSample* s = CalibrateMultiplex(rs->ttag, rs->data, cc, ic)) stream.Push(calibrated, s);
       continue;
     }
-    const Record rec(rs->data);
-    CalSample* cs = new CalSample(rs->ttag, rec.bytes, cc);
+    CalSample* cs = CalSample::make(rs->ttag, static_cast<const char*>(rs->data), cc);
     // An index channel's own values go out only when someone asked for
     // them; otherwise cs lives only until the end of this step.
     const bool keep = !(cc->indexChannel && cc->indexOnly);
-    std::unique_ptr<CalSample> unkept(keep ? nullptr : cs);
+    std::unique_ptr<CalSample, ReleaseSample> unkept(keep ? nullptr : cs);
     if (keep) stream.Push(calibrated, cs);
     if (cc->indexChannel) {
       cc->lastSample.reset(RoundedSample(*cs));
@@ -105,7 +146,7 @@ void calibrate(SampleStream<TaggedSampleBase>& stream) {
     }
     if (cc->nLagged > 0)
       for (int i = 0; i < cc->nsub; ++i)
-        if (cc->laggedDids[static_cast<size_t>(i)]) stream.Push(calibrated, new CalSample(*cs, i));
+        if (cc->laggedDids[static_cast<size_t>(i)]) stream.Push(calibrated, CalSample::make(*cs, i));
     cs->SetInfo(const_cast<HeronDataId**>(cc->nonLaggedDids.data()));
   }
 }

@@ -18,7 +18,9 @@
 #include "calconfig/ChannelConfig.h"
 #include "calconfig/TaggedSample.h"
 
-class CalSample : public FullDataSample {
+// Released samples are kept for reuse, with their storage, in
+// Spares<CalSample>; make() takes one where the constructor would allocate.
+class CalSample final : public FullDataSample {
  public:
   // All values of channel cc (its dids), from the raw bytes.
   CalSample(double t, const char* raw, const ChannelConfig* cc);
@@ -27,6 +29,23 @@ class CalSample : public FullDataSample {
   // Value i of cs alone, moved back by the lag of its data id (which must
   // have a phase).
   CalSample(const CalSample& cs, int i);
+
+  // new CalSample(...) of the same arguments, from a spare when there is one.
+  static CalSample* make(double t, const char* raw, const ChannelConfig* cc);
+  static CalSample* make(double t, const char* raw, const ChannelConfig* cc, int isub);
+  static CalSample* make(const CalSample& cs, int i);
+
+  void release() override { Spares<CalSample>::give(this); }
+
+ private:
+  CalSample() : FullDataSample(0.0, 0, nullptr) {}
+  static CalSample* spare();
+  // The bodies of the constructors, on a sample of any earlier contents.
+  void all(double t, const char* raw, const ChannelConfig* cc);
+  void one(double t, const char* raw, const ChannelConfig* cc, int isub);
+  void lagged(const CalSample& cs, int i);
+  // n zero values at time t named by ids.
+  void reset(double t, int n, HeronDataId** ids);
 };
 
 // A new sample of the values rounded to the nearest integer.

@@ -11,9 +11,11 @@
 #define HERON_CALCONFIG_TAGGEDSAMPLE_H
 
 #include <stdio.h>
+#include <string.h>
 
 #include "base/DPlist.h"
 #include "base/DataArray.h"
+#include "base/FreeList.h"
 #include "calconf/HeronDataIds.h"
 
 class ChannelConfig;
@@ -41,12 +43,43 @@ class TaggedSample : public TaggedSampleBase {
 };
 
 // Raw bytes of one module channel, attached to one configuration of that
-// channel (which it does not own).
-class TaggedRawSample : public TaggedSample<char> {
+// channel (which it does not own).  The storage of data always holds at
+// least kRecordRoom bytes, zero past the sample's own: a conversion that
+// reads a record of its own length never reads past a short sample.
+// Released samples are kept for reuse, with their storage, in
+// Spares<TaggedRawSample>.
+class TaggedRawSample final : public TaggedSample<char> {
  public:
-  TaggedRawSample(double t, const char* raw, int n, ChannelConfig* c) : TaggedSample<char>(t, raw, n), cc(c) {}
+  static const int kRecordRoom = 256;  // the longest record a conversion reads
+
+  TaggedRawSample(double t, const char* raw, int n, ChannelConfig* c) : TaggedSample<char>(t, 0), cc(c) {
+    assign(raw, n);
+  }
+
+  // The same as new TaggedRawSample(t, raw, n, c), from a spare when there
+  // is one.
+  static TaggedRawSample* make(double t, const char* raw, int n, ChannelConfig* c) {
+    TaggedRawSample* s = Spares<TaggedRawSample>::take();
+    if (!s) return new TaggedRawSample(t, raw, n, c);
+    s->ttag = t;
+    s->assign(raw, n);
+    s->cc = c;
+    return s;
+  }
+  void release() override { Spares<TaggedRawSample>::give(this); }
 
   ChannelConfig* cc;
+
+ private:
+  // Grown storage comes zeroed, so only the earlier sample's bytes past the
+  // new one's end need clearing.
+  void assign(const char* raw, int n) {
+    const int was = data.getNbytes();
+    data.expand(kRecordRoom);
+    data.copyFrom(raw, n);
+    const int now = data.getNbytes();
+    if (was > now) memset(static_cast<char*>(data) + now, 0, static_cast<size_t>(was - now));
+  }
 };
 
 // The forms FullDataSample::Output writes.

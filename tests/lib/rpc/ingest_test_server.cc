@@ -42,6 +42,7 @@
 #include <string>
 #include <vector>
 
+#include "rpc/ingest_peer.h"
 #include "rpc/ingest_rpc.h"
 #include "rpc_server_loop.h"
 
@@ -77,17 +78,7 @@ bool copyMask(uint32_t* mask, const connect_t& p) {
 // call came from.
 int openBack(const connect_t& p, struct svc_req* rq) {
   struct sockaddr_in to;
-  struct addrinfo hints = {}, *ai = nullptr;
-  hints.ai_family = AF_INET;
-  if (getaddrinfo(p.name, nullptr, &hints, &ai) == 0) {
-    memcpy(&to, ai->ai_addr, sizeof to);
-    freeaddrinfo(ai);
-  } else {
-    const struct netbuf* caller = svc_getrpccaller(rq->rq_xprt);
-    if (caller->len < sizeof to) return -1;
-    memcpy(&to, caller->buf, sizeof to);
-  }
-  to.sin_port = htons(p.s_port);
+  if (!ingest_peer_address(p, rq, &to)) return -1;
   if (stranger) {
     struct sockaddr_in from = {};
     from.sin_family = AF_INET;

@@ -1,0 +1,159 @@
+// cal_dump as a user runs it on the example site's archives.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/rpc_fixture.h"
+#include "support/tick_site.h"
+#include "support/subprocess.h"
+
+namespace {
+
+const std::vector<std::string> kSite = {"HERON=" HERON_SOURCE_DIR "/examples/site", "PROJECT=demo", "OPS=ops1"};
+
+RunResult calDump(std::vector<std::string> args) {
+  args.insert(args.begin(), {CAL_DUMP_BIN, "-s", "2026 nov 21 12:00", "-e", "2026 nov 21 12:00:30"});
+  return runProgram(args, "", kSite);
+}
+
+TEST(CalDump, FormatsOfTheExampleSite) {
+  // The sonic's record: four winds and temperature, three null outputs, diag.
+  const RunResult msec = calDump({"u.wind"});
+  EXPECT_EQ(msec.status, 0) << msec.err;
+  EXPECT_EQ(msec.out.substr(0, msec.out.find('\n') + 1),
+            "43200000        2.172       -0.57       -0.12      17.056           0           0           0           0"
+            "           0\n");
+  const size_t lines = static_cast<size_t>(std::count(msec.out.begin(), msec.out.end(), '\n'));
+  EXPECT_EQ(lines, 300u);
+  EXPECT_EQ(calDump({"-F", "BINCOLUMN", "u.wind"}).out.size(), lines * (8 + 4 * 9));
+
+  // A lagged value leaves alone and fills only its own column.
+  const RunResult csv = calDump({"-F", "CSV", "p.baro", "t.irga"});
+  EXPECT_EQ(csv.status, 0) << csv.err;
+  const RunResult read = runProgram({"/usr/bin/python3", "-c",
+                                     "import csv, sys\n"
+                                     "rows = list(csv.reader(sys.stdin))\n"
+                                     "print(rows[0], rows[1], len(rows))"},
+                                    csv.out);
+  EXPECT_EQ(read.out, "['time', 'p.baro (mb)', 't.irga (degC)'] ['2026-11-21T12:00:00.007Z', '850.049', ''] 326\n")
+      << read.err;
+}
+
+std::string fileText(const std::string& path) {
+  std::ifstream f(path, std::ios::binary);
+  std::ostringstream s;
+  s << f.rdbuf();
+  return s.str();
+}
+
+TEST(CalDump, NetcdfReadByNcdump) {
+  ScratchSite dir;
+  const std::string nc = dir.root() + "/out.nc";
+  const RunResult r = calDump({"-F", "NETCDF", "-o", nc, "u.wind", "p.baro"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const RunResult dump = runProgram({"/usr/bin/ncdump", "-v", "p.baro,time_2", nc});
+  ASSERT_EQ(dump.status, 0) << dump.err;
+  for (const char* text :
+       {":Conventions = \"CF-1.8\"", "time = UNLIMITED ; // (300 currently)", "time_2 = UNLIMITED ; // (30 currently)",
+        "time:units = \"seconds since 1970-01-01 00:00:00 UTC\"", "float u.wind(time)", "u.wind:units = \"m/s\"",
+        "u.wind:_FillValue = 1.e+37f", "p.baro:units = \"mb\"", "p.baro = 850.0488, 850.1785,",
+        "time_2 = 1795262400.007, 1795262401.007,"})
+    EXPECT_NE(dump.out.find(text), std::string::npos) << text << "\n" << dump.out;
+}
+
+TEST(CalDump, StatisticsAgreeWithTheSamples) {
+  // The first ten seconds' samples as CSV and their statistics, checked by
+  // python's own arithmetic.  q arrives 5 ms after w: w pairs with the q
+  // before it.
+  ScratchSite dir;
+  const std::string samples = dir.root() + "/samples.csv", stats = dir.root() + "/stats.csv";
+  ASSERT_EQ(calDump({"-F", "CSV", "-e", "2026 nov 21 12:00:10", "-o", samples, "u.wind", "w.wind", "q.kh2o"}).status, 0);
+  const RunResult r = calDump({"-F", "CSV", "-a", "10", "-c", "w.wind:u.wind,q.kh2o", "-o", stats, "u.wind", "w.wind",
+                               "q.kh2o"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const RunResult check = runProgram(
+      {"/usr/bin/python3", "-c",
+       "import csv, sys, statistics as st\n"
+       "rows = list(csv.reader(open(sys.argv[1])))[1:]\n"
+       "head, got = list(csv.reader(open(sys.argv[2])))[:2]\n"
+       "u = [float(r[1]) for r in rows if r[1]]\n"
+       "w = [float(r[2]) for r in rows if r[2]]\n"
+       "wq, last = [], None\n"
+       "for r in rows:\n"
+       "    if r[3]: last = float(r[3])\n"
+       "    elif r[2] and last is not None: wq.append((float(r[2]), last))\n"
+       "want = [st.mean(u), st.variance(u), len(u), st.mean(w), st.variance(w), len(w)]\n"
+       "want += [st.covariance(w, u), st.covariance(*zip(*wq))]\n"
+       "got = [float(x) for x in got[1:7] + got[10:]]\n"
+       "print(head[10:], all(abs(g - x) < 1e-4 * (1 + abs(x)) for g, x in zip(got, want)), len(got))\n",
+       samples, stats});
+  EXPECT_EQ(check.out, "['cov.w.wind.u.wind (m/s m/s)', 'cov.w.wind.q.kh2o (m/s g/m^3)'] True 8\n") << check.err;
+}
+
+TEST(CalDump, PlotIsAPngOfTheSizeAsked) {
+  ScratchSite dir;
+  const std::string png = dir.root() + "/look.png";
+  const RunResult r = calDump({"--plot", png, "--plot-size", "640x480", "-F", "CSV", "u.wind", "t.met", "p.baro"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err.find("gnuplot"), std::string::npos) << r.err;
+  const std::string head = fileText(png).substr(0, 24);
+  ASSERT_EQ(head.size(), 24u);
+  EXPECT_EQ(head.substr(0, 8), "\x89PNG\r\n\x1a\n");
+  EXPECT_EQ(head.substr(16, 8), std::string("\0\0\x02\x80\0\0\x01\xe0", 8));  // 640 x 480
+}
+
+TEST(CalDump, LiveUntilInterruptedLeavesACompleteFile) {
+  const int number = heron_test::testSystemNumber();
+  heron_test::TestIngestServer server(number);
+  ASSERT_TRUE(server.ok()) << server.error();
+  ScratchSite site;
+  writeTickSite(site, number);
+  const std::string csv = site.root() + "/live.csv";
+  const RunResult r = runProgram({"/usr/bin/timeout", "--preserve-status", "-s", "INT", "2", CAL_DUMP_BIN, "-l", "-F",
+                                  "CSV", "-o", csv, "y.s"},
+                                 "", {"INGEST_SERVER=127.0.0.1"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  const RunResult check = runProgram({"/usr/bin/python3", "-c",
+                                      "import csv, sys\n"
+                                      "rows = list(csv.reader(open(sys.argv[1])))\n"
+                                      "y = [int(r[1]) for r in rows[1:]]\n"
+                                      "print(rows[0], len(y) > 20, all(b == a + 1 for a, b in zip(y, y[1:])))\n",
+                                      csv});
+  EXPECT_EQ(check.out, "['time', 'y.s'] True True\n") << check.err;
+}
+
+TEST(CalDump, Errors) {
+  const struct {
+    std::vector<std::string> args;
+    int status;
+    std::string out, err;
+  } cases[] = {
+      {{"u.wind", "nope.x"}, 1, "", "cal_dump: BadConfigurationException: Unknown variable: nope.x\n"},
+      {{"-s", "2026 nov 22", "-e", "2026 nov 22 1:00", "u.wind"}, 1, "",
+       "cal_dump: no samples between 2026-11-22T00:00:00.000Z and 2026-11-22T01:00:00.000Z\n"},
+      {{"--help"}, 0, "Usage: cal_dump", ""},
+      {{"-F", "NETCDF", "u.wind"}, 1, "", "cal_dump: NETCDF is written to a file: give -o FILE\n"},
+      {{"-F", "CSV", "-o", "/nonexistent/x.csv", "u.wind"}, 1, "",
+       "cal_dump: IOException: /nonexistent/x.csv: create: No such file or directory\n"},
+      {{"-F", "CSV", "-a", "10", "-c", "w.wind:nope.x"}, 1, "", "Unknown variable: nope.x\n"},
+      {{"-F", "CSV", "-c", "w.wind:u.wind"}, 1, "", "cal_dump: covariances (-c) are statistics: give -a SECONDS\n"},
+  };
+  for (const auto& c : cases) {
+    const RunResult r = calDump(c.args);
+    EXPECT_EQ(r.status, c.status) << c.args[0];
+    EXPECT_EQ(r.out.substr(0, c.out.size()), c.out) << c.args[0];
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << r.err;
+  }
+  // Live, with nothing serving the module on this host.
+  std::vector<std::string> env = kSite;
+  env.push_back("INGEST_SERVER=127.0.0.1");
+  const RunResult live = runProgram({CAL_DUMP_BIN, "-l", "u.wind"}, "", env);
+  EXPECT_EQ(live.status, 1);
+  EXPECT_NE(live.err.find("tern1@127.0.0.1: can't connect to ingestor\n"), std::string::npos) << live.err;
+}
+
+}  // namespace

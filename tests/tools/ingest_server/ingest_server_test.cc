@@ -1,0 +1,246 @@
+// Ingest for real: serial_ingest -z starts it on a pseudo-terminal port that
+// the test feeds, live clients connect through the library's ingest input,
+// and the archive is read back from the scratch site.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <string.h>
+#include <dirent.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ingest/daemon_fixture.h"
+#include "samples/StreamInputs.h"
+#include "support/rpc_fixture.h"
+#include "support/subprocess.h"
+
+namespace {
+
+const int kChannels = 4;
+
+// Sample i: channel 1 + i % 4, 14 data bytes, tags rising from ms.
+std::string sample(int i, uint32_t ms) {
+  std::string s(20, '\0');
+  const uint32_t tt = htonl(ms + static_cast<uint32_t>(i) / 50);
+  memcpy(&s[0], &tt, 4);
+  s[4] = static_cast<char>(1 + i % kChannels);
+  s[5] = 14;
+  for (int k = 0; k < 14; ++k) s[6 + k] = static_cast<char>(i >> (k % 3 * 8));
+  return s;
+}
+
+// The running process whose name (first argument) is name, or -1.
+pid_t pidOf(const std::string& name) {
+  DIR* d = opendir("/proc");
+  pid_t found = -1;
+  for (struct dirent* e; d && found < 0 && (e = readdir(d)) != nullptr;) {
+    std::ifstream f(std::string("/proc/") + e->d_name + "/cmdline");
+    std::string arg0;
+    if (std::getline(f, arg0, '\0') && arg0 == name) found = atoi(e->d_name);
+  }
+  if (d) closedir(d);
+  return found;
+}
+
+class IngestChain : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!site_.unavailable().empty()) GTEST_SKIP() << site_.unavailable();
+    ASSERT_TRUE(module_.ok()) << module_.error();
+    ASSERT_EQ(openpty(&master_, &slave_, name_, nullptr, nullptr), 0);
+    const std::string ops = site_.configPath().substr(0, site_.configPath().rfind('/'));
+    raw_ = site_.dir() + "/raw";
+    mkdir(raw_.c_str(), 0755);
+    mkdir((site_.dir() + "/config").c_str(), 0755);
+    std::ofstream(site_.dir() + "/config/kites_config") << "kites_number tern1 " << number_ << "\n";
+    std::ofstream(ops + "/channel_config") << "timetag msecs ;\n";
+    std::ofstream(ops + "/archive_config") << "directory \"" << raw_ << "\" ;\narchive tern1 \"tern1_%Y%m%d_%H%M%S.raw\" 3600 ;\n";
+    site_.writeConfig(std::string("tern1 - ") + name_ + " 230400 none 8 1 none local\n");
+  }
+  // Starts the daemon, and so Ingest; tags count from now.
+  void start() {
+    const std::string path = std::string("PATH=") + INGEST_BIN_DIR + ":/usr/bin:/bin";
+    ASSERT_EQ(site_.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", path}), 0);
+    ASSERT_NE(site_.waitLog("serving program"), "");
+    struct timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    ms_ = static_cast<uint32_t>(ts.tv_sec % 86400 * 1000 + ts.tv_nsec / 1000000);
+  }
+  void TearDown() override {
+    // The supervisor first, so that nothing starts Ingest again.
+    const pid_t daemon = pidOf(SERIAL_INGEST_BIN);
+    if (daemon > 0 && kill(daemon, SIGINT) == 0) {
+      EXPECT_TRUE(DaemonSite::waitDaemonExit());
+    }
+    const pid_t pid = pidOf("tern1");
+    if (pid > 0) kill(pid, SIGTERM);
+    stop(pid);
+    umount2(raw_.c_str(), MNT_DETACH);  // the full-disk test's tmpfs
+    close(master_);
+    close(slave_);
+  }
+
+  // Writes samples [from, to) to the port, each with its end-of-message byte.
+  // Paced at 50 times the line rate, which a reading client keeps up with.
+  void play(int from, int to) {
+    for (int i = from; i < to; i += 100) {
+      std::string bytes;
+      for (int k = i; k < std::min(i + 100, to); ++k) bytes += sample(k, ms_) + '\3';
+      for (size_t done = 0; done < bytes.size();) {
+        ssize_t w = write(master_, bytes.data() + done, bytes.size() - done);
+        if (w <= 0) return;
+        done += static_cast<size_t>(w);
+      }
+      usleep(2000);
+    }
+  }
+  static void stop(pid_t pid) {
+    for (int k = 0; k < 50 && kill(pid, 0) == 0; ++k) usleep(100000);
+  }
+  // The archive's samples, file after file in name order; each file must
+  // hold whole samples.
+  std::vector<std::string> archive() const {
+    std::vector<std::string> names;
+    DIR* d = opendir(raw_.c_str());
+    for (struct dirent* e; d && (e = readdir(d)) != nullptr;)
+      if (e->d_name[0] != '.') names.push_back(e->d_name);
+    if (d) closedir(d);
+    std::sort(names.begin(), names.end());
+    std::vector<std::string> samples;
+    for (const std::string& n : names) {
+      std::stringstream s;
+      s << std::ifstream(raw_ + "/" + n).rdbuf();
+      const std::string f = s.str();
+      size_t at = 0;
+      for (size_t len; at + 6 <= f.size() && at + 6 + (len = static_cast<unsigned char>(f[at + 5])) <= f.size();
+           at += 6 + len)
+        samples.push_back(f.substr(at, 6 + len));
+      EXPECT_EQ(at, f.size()) << n << " ends in a partial sample";
+    }
+    return samples;
+  }
+  // Samples [from, to), in order.
+  std::vector<std::string> played(int from, int to) const {
+    std::vector<std::string> v;
+    for (int i = from; i < to; ++i) v.push_back(sample(i, ms_));
+    return v;
+  }
+  void expectSubsequence(const std::vector<std::string>& part, const std::vector<std::string>& whole) {
+    auto it = whole.begin();
+    for (const std::string& p : part) it = std::find(it, whole.end(), p);
+    EXPECT_TRUE(it != whole.end() || part.empty()) << "not all of [" << part.size() << "] archived in order";
+  }
+
+  DaemonSite site_;
+  heron_test::TestModuleServer module_{{"PROJECT=p", "OPS=o"}};
+  const int number_ = heron_test::testSystemNumber();
+  int master_ = -1, slave_ = -1;
+  char name_[64];
+  std::string raw_;
+  uint32_t ms_ = 0;
+};
+
+TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
+  start();
+  ChanBits odd, all;
+  odd.Set(std::vector<int>{1, 3});
+  all.Set(std::vector<int>{1, 2, 3, 4});
+  auto stalled = std::make_unique<IngestRawDataInput>("tern1", number_, heron_test::kLoopback, all, 1);  // never read
+  const int small = 4096;  // so the stalled client's socket fills soon
+  ASSERT_EQ(setsockopt(stalled->getFD(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
+  auto live = std::make_unique<IngestRawDataInput>("tern1", number_, heron_test::kLoopback, odd, 1);
+  const int n = 40000;
+  std::thread player([&] { play(0, n); });
+  RawSample s;
+  for (int i = 0; i < n; i += 2) {
+    const bool read = live->readSample(&s) == 1;
+    if (!read || std::string(reinterpret_cast<const char*>(&s.tt), 4) + char(s.chan) + char(s.len) +
+                         std::string(static_cast<const char*>(s.data), s.len) != sample(i, ms_)) {
+      ADD_FAILURE() << "sample " << i << (read ? " differs" : " not read");
+      break;
+    }
+  }
+  player.join();
+  // The stalled client lost samples, the live one none; both are listed.
+  RunResult status = runProgram({INGEST_STATUS_BIN, "tern1", "127.0.0.1"});
+  EXPECT_EQ(status.status, 0) << status.err;
+  EXPECT_NE(status.out.find("station tern1  port " + std::string(name_) + "  open"), std::string::npos) << status.out;
+  EXPECT_NE(status.out.find(" 20000          0 "), std::string::npos) << status.out;
+  EXPECT_EQ(status.out.find(" 40000          0 "), std::string::npos) << status.out;
+  live.reset();
+  stalled.reset();
+  pid_t pid = pidOf("tern1");
+  ASSERT_GT(pid, 0);
+  kill(pid, SIGTERM);
+  EXPECT_NE(site_.waitLog("SIGTERM: ending"), "");
+  stop(pid);
+  status = runProgram({INGEST_STATUS_BIN, "tern1", "127.0.0.1"});
+  EXPECT_EQ(status.status, 1);
+  EXPECT_NE(status.err.find("tern1@127.0.0.1: can't connect to ingestor"), std::string::npos) << status.err;
+  EXPECT_TRUE(archive() == played(0, n)) << archive().size() << " samples archived of " << n;
+}
+
+// Killed mid-stream, Ingest loses at most the last second, and every file
+// still holds whole samples.
+TEST_F(IngestChain, KilledKeepsAllButTheLastSecond) {
+  start();
+  play(0, 5000);
+  usleep(1500000);
+  play(5000, 6000);
+  usleep(300000);  // read and pending, not yet on disk
+  const pid_t first = pidOf("tern1");
+  ASSERT_GT(first, 0);
+  kill(first, SIGKILL);
+  pid_t next = -1;
+  for (int k = 0; k < 50 && ((next = pidOf("tern1")) < 0 || next == first); ++k) usleep(100000);
+  ASSERT_NE(next, first);
+  ASSERT_NE(site_.waitLog("serving program"), "");
+  play(6000, 8000);
+  usleep(300000);
+  kill(next, SIGTERM);
+  stop(next);
+  const std::vector<std::string> got = archive();
+  expectSubsequence(played(0, 5000), got);
+  expectSubsequence(played(6000, 8000), got);
+  expectSubsequence(got, played(0, 8000));
+}
+
+// A full disk is logged and retried; clients keep their data, and the
+// archive is whole once space returns.
+TEST_F(IngestChain, FullDiskIsLoggedServedLiveAndRecovers) {
+  ASSERT_EQ(mount("tmpfs", raw_.c_str(), "tmpfs", 0, "size=64k"), 0) << strerror(errno);
+  start();
+  ChanBits all;
+  all.Set(std::vector<int>{1, 2, 3, 4});
+  auto live = std::make_unique<IngestRawDataInput>("tern1", number_, heron_test::kLoopback, all, 1);
+  const int n = 8000;  // 160 kB
+  std::thread player([&] { play(0, n); });
+  RawSample s;
+  int got = 0;
+  while (got < n && live->readSample(&s) == 1) ++got;
+  player.join();
+  EXPECT_EQ(got, n);
+  EXPECT_NE(site_.waitLog("write: No space left on device"), "");
+  ASSERT_EQ(mount("tmpfs", raw_.c_str(), "tmpfs", MS_REMOUNT, "size=1m"), 0) << strerror(errno);
+  usleep(1500000);
+  live.reset();
+  const pid_t pid = pidOf("tern1");
+  kill(pid, SIGTERM);
+  stop(pid);
+  EXPECT_TRUE(archive() == played(0, n));
+}
+
+}  // namespace

@@ -1,0 +1,293 @@
+// cal_dump: prints calibrated variables of the site's raw-data archives, or
+// live from its ingest servers.
+//
+//   cal_dump -s START [-e END] [options] [VARIABLE...]
+//   cal_dump -l [options] [VARIABLE...]
+//
+// The archives that archive_config lists for [START, END) (or, with -l, the
+// ingest servers of the modules, until SIGINT or SIGTERM) are read through
+// the calibration configuration of $HERON/projects/$PROJECT/$OPS.  Each
+// calibrated sample is written in one of FullDataSample's forms (text forms
+// one record per line), as CSV or as NetCDF; -a writes interval statistics
+// instead, and --plot draws a PNG.  Without variables, every variable the
+// site's sensors produce.  See cal_dump.1.
+#include <errno.h>
+#include <math.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "CsvSink.h"
+#include "IntervalStats.h"
+#include "NetcdfSink.h"
+#include "Options.h"
+#include "OutputFile.h"
+#include "PlotSink.h"
+#include "SampleFormSink.h"
+#include "base/Exception.h"
+#include "calconfig/CalConfig.h"
+#include "calconfig/TaggedSample.h"
+
+namespace {
+
+volatile sig_atomic_t gStop = 0;
+
+// Until the inputs are open (they then catch the signals themselves and
+// end the reading with oru::InterruptedException), the first signal asks
+// the program to stop; a second one ends it at once, removing the
+// unfinished files.
+void onSignal(int) {
+  if (gStop) {
+    OutputFile::removeAllFromSignal();
+    _exit(130);
+  }
+  gStop = 1;
+}
+
+void catchSignals() {
+  struct sigaction sa = {};
+  sa.sa_handler = onSignal;
+  sigemptyset(&sa.sa_mask);
+  sigaction(SIGINT, &sa, nullptr);
+  sigaction(SIGTERM, &sa, nullptr);
+}
+
+// Registers the variables (all when none is named) and returns their ids.
+std::vector<HeronDataId*> registerVariables(CalConfig& cfg, const std::vector<std::string>& names) {
+  std::vector<HeronDataId*> ids;
+  if (names.empty()) {
+    cfg.PreRegisterAllDataIds();
+    for (const auto& cc : cfg.GetChannelConfigs())
+      for (int i = 0; i < cc->nsub; ++i)
+        if (cc->dids[i] != nullptr && cc->wantedNames.count(cc->dids[i]->name) > 0) ids.push_back(cc->dids[i]);
+  }
+  for (const std::string& name : names)
+    if (HeronDataId* id = cfg.RegisterDataIdByName(name.c_str())) ids.push_back(id);
+  return ids;
+}
+
+// Fans the records out to several sinks.
+class Tee : public TableSink {
+ public:
+  void add(TableSink* s) { sinks_.push_back(s); }
+  void row(const Record& r) override {
+    for (TableSink* s : sinks_) s->row(r);
+  }
+  void finish() override {
+    for (TableSink* s : sinks_) s->finish();
+  }
+
+ private:
+  std::vector<TableSink*> sinks_;
+};
+
+// Turns calibrated samples into records of the chosen columns.  Samples of
+// one channel share their data-id table (FullDataSample::info), which makes
+// them one group with one time axis; each table's columns are looked up once.
+class RowMaker {
+ public:
+  explicit RowMaker(const std::vector<HeronDataId*>& ids) : values_(ids.size(), NAN) {
+    for (size_t i = 0; i < ids.size(); ++i) column_.emplace(ids[i], i);
+  }
+  // The record of s; its group is -1 when s has no value of a chosen column.
+  Record make(const FullDataSample& s) {
+    for (size_t c : present_) values_[c] = NAN;
+    present_.clear();
+    auto g = group_.find(s.info);
+    if (g == group_.end()) {
+      Group made{static_cast<int>(group_.size()), {}};
+      for (int i = 0; i < s.size(); ++i) {
+        const auto c = s.info[i] != nullptr ? column_.find(s.info[i]) : column_.end();
+        made.columns.push_back(c == column_.end() ? -1 : static_cast<long>(c->second));
+      }
+      g = group_.emplace(s.info, made).first;
+    }
+    const std::vector<long>& columns = g->second.columns;
+    for (size_t i = 0; i < columns.size() && i < static_cast<size_t>(s.size()); ++i)
+      if (columns[i] >= 0) {
+        values_[static_cast<size_t>(columns[i])] = static_cast<double>(s.data[static_cast<int>(i)]);
+        present_.push_back(static_cast<size_t>(columns[i]));
+      }
+    std::sort(present_.begin(), present_.end());
+    return Record{s.ttag, present_.empty() ? -1 : g->second.index, values_.data(), present_.data(), present_.size()};
+  }
+
+ private:
+  struct Group {
+    int index;
+    std::vector<long> columns;  // per value of the table: its column, or -1
+  };
+  std::unordered_map<const HeronDataId*, size_t> column_;
+  std::unordered_map<HeronDataId* const*, Group> group_;
+  std::vector<double> values_;
+  std::vector<size_t> present_;
+};
+
+std::string title() {
+  const char* project = getenv("PROJECT");
+  const char* ops = getenv("OPS");
+  return std::string("calibrated variables of project ") + (project ? project : "?") + ", " + (ops ? ops : "?");
+}
+
+double monotonic() {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<double>(ts.tv_sec) + ts.tv_nsec * 1e-9;
+}
+
+// "samples read, per cent of the span" on a terminal's standard error.
+class Progress {
+ public:
+  Progress(bool on, double start, double end) : on_(on), start_(start), end_(end) {}
+  ~Progress() {
+    if (shown_) fputs("\r\033[K", stderr);
+  }
+  void update(long samples, double t) {
+    if (!on_ || (samples & 1023) != 0) return;
+    const double now = monotonic();
+    if (now - last_ < 0.5) return;
+    last_ = now;
+    shown_ = true;
+    fprintf(stderr, "\rcal_dump: %ld samples read, %3.0f%% of the span", samples,
+            100.0 * (t - start_) / (end_ - start_));
+  }
+
+ private:
+  bool on_, shown_ = false;
+  double start_, end_, last_ = 0;
+};
+
+int run(const Options& o) {
+  CalConfig cfg;
+  std::vector<std::string> names = o.variables;
+  for (const auto& p : o.pairs)
+    for (const std::string& n : {p.first, p.second})
+      if (!o.variables.empty() && std::find(names.begin(), names.end(), n) == names.end()) names.push_back(n);
+  const std::vector<HeronDataId*> ids = registerVariables(cfg, names);
+  cfg.InitializeFunctions();
+  std::vector<const char*> idNames;
+  for (const HeronDataId* id : ids) idNames.push_back(id->name.c_str());
+  const std::vector<std::string> units = cfg.GetUnits(idNames);
+  std::vector<Column> columns;
+  for (size_t i = 0; i < ids.size(); ++i) columns.push_back({ids[i]->name, units[i]});
+  std::vector<std::pair<int, int>> pairs;
+  for (const auto& p : o.pairs) {
+    int a = -1, b = -1;
+    for (size_t i = 0; i < columns.size(); ++i) {
+      if (columns[i].name == p.first) a = static_cast<int>(i);
+      if (columns[i].name == p.second) b = static_cast<int>(i);
+    }
+    if (a < 0 || b < 0) throw BadConfigurationException("Unknown variable: " + (a < 0 ? p.first : p.second));
+    pairs.emplace_back(a, b);
+  }
+
+  // Output, then the sinks that write into it (destroyed first).
+  OutputFile out(o.output);
+  const std::vector<Column> written = o.interval > 0 ? IntervalStats::statsColumns(columns, pairs) : columns;
+  std::unique_ptr<TableSink> table, plot, stats;
+  Tee tee;
+  if (o.format == kCsv) table.reset(new CsvSink(out.fp(), written, o.live));
+  if (o.format == NETCDF) table.reset(new NetcdfSink(out.tempPath(), written, title()));
+  const bool direct = o.format != kCsv && o.format != NETCDF;  // FullDataSample's own forms
+  if (direct && o.interval > 0) {
+    // Each statistic carries its variable's index; a covariance its first one's.
+    std::vector<short> indices;
+    for (const HeronDataId* id : ids) indices.insert(indices.end(), 3, id->Index());
+    for (const auto& p : pairs) indices.push_back(ids[static_cast<size_t>(p.first)]->Index());
+    table.reset(new SampleFormSink(out.fp(), static_cast<outputFormat>(o.format), written, indices, o.live));
+  }
+  if (table) tee.add(table.get());
+  if (!o.plot.empty()) {
+    std::vector<size_t> drawn;  // the values, or their interval means
+    for (size_t c = 0; c < columns.size(); ++c) drawn.push_back(o.interval > 0 ? 3 * c : c);
+    plot.reset(new PlotSink(o.plot, o.plotWidth, o.plotHeight, written, drawn));
+    tee.add(plot.get());
+  }
+  TableSink* head = &tee;
+  if (o.interval > 0) {
+    stats.reset(new IntervalStats(o.interval, columns.size(), pairs, &tee));
+    head = stats.get();
+  }
+
+  if (o.live)
+    cfg.openInputs(SOCK_STREAM);
+  else
+    cfg.openInputs(o.start, o.end);
+  RowMaker rows(ids);
+  Progress progress(!o.live && isatty(2), o.start, o.end);
+  SampleStream<TaggedSampleBase> stream;
+  long samples = 0, records = 0;
+  bool ended = false;
+  try {
+    while (!gStop) {
+      DPlist<TaggedSampleBase> done;
+      cfg.nextCalibrated(stream, done);
+      for (DPlist_iter<TaggedSampleBase> it = done.begin(); it(); ++it) {
+        const FullDataSample& s = *static_cast<FullDataSample*>(*it);
+        progress.update(++samples, s.ttag);
+        if (!o.live && (s.ttag < o.start || s.ttag >= o.end)) continue;
+        const Record record = rows.make(s);
+        if (direct && o.interval <= 0) {
+          s.Output(out.fp(), static_cast<outputFormat>(o.format), nullptr);
+          if (o.format != BIN && o.format != BINCOLUMN) putc('\n', out.fp());
+          if (o.live) fflush(out.fp());
+          ++records;
+        }
+        if (record.group < 0) continue;
+        if (!direct || o.interval > 0) ++records;
+        head->row(record);
+      }
+      if (ferror(out.fp())) throw oru::IOException(o.output.empty() ? "stdout" : o.output.c_str(), "write", errno);
+    }
+  } catch (const oru::EOFException&) {
+    ended = true;  // every archive has ended, or the live connection has
+  } catch (const oru::InterruptedException&) {
+    gStop = 1;  // the inputs' own handler caught SIGINT, SIGTERM or SIGHUP
+  }
+  if (gStop && !o.live) {
+    fprintf(stderr, "cal_dump: interrupted; %s\n", o.output.empty() ? "output incomplete" : "no file written");
+    return 130;
+  }
+  if (records == 0 && !o.live) {
+    fprintf(stderr, "cal_dump: no samples between %s and %s\n", isoTime(o.start).c_str(), isoTime(o.end).c_str());
+    return 1;
+  }
+  head->finish();
+  out.commit();
+  if (o.live && ended) {
+    fprintf(stderr, "cal_dump: the ingest server ended the connection\n");
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options o;
+  const int status = readOptions(argc, argv, &o);
+  if (status >= 0) return status;
+  static char outbuf[1 << 16];
+  setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
+  catchSignals();
+  try {
+    return run(o);
+  } catch (const oru::Exception& e) {
+    fflush(stdout);
+    fprintf(stderr, "cal_dump: %s\n", e.toString().c_str());
+  } catch (const std::exception& e) {
+    fflush(stdout);
+    fprintf(stderr, "cal_dump: %s\n", e.what());
+  }
+  return 1;
+}
