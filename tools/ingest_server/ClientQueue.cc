@@ -41,11 +41,12 @@ void ClientQueue::push(const char* p, size_t n) {
 }
 
 bool ClientQueue::send() {
-  if (dgram || queue_.empty() || dead_) return !dead_;
+  if (dgram || queue_.empty() || dead_ || blocked_) return !dead_;
   ssize_t w = ::send(fd_, queue_.data(), queue_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   if (w < 0) {
     if (errno == EAGAIN || errno == EINTR) {
       ++blockedWrites;
+      blocked_ = true;
       return true;
     }
     ++writeerr;
@@ -54,7 +55,10 @@ bool ClientQueue::send() {
     return false;
   }
   ++nwrites;
-  if (static_cast<size_t>(w) < queue_.size()) ++partialWrites;
+  if (static_cast<size_t>(w) < queue_.size()) {
+    ++partialWrites;
+    blocked_ = true;
+  }
   queue_.erase(0, static_cast<size_t>(w));
   return true;
 }

@@ -26,8 +26,14 @@ class ClientQueue {
   void setMask(const uint32_t mask[8]);
   // Queues (or, for datagrams, sends) one sample.
   void push(const char* p, size_t n);
-  // Sends what the socket takes now; false when the client has gone.
+  // Sends what the socket takes now; false when the client has gone.  A
+  // socket that refused bytes is tried again only through writable(), when
+  // poll has found room in it.
   bool send();
+  bool writable() {
+    blocked_ = false;
+    return send();
+  }
   // The client's end was readable: false when it has closed.
   bool drain();
   bool hasQueued() const { return !queue_.empty(); }
@@ -46,6 +52,7 @@ class ClientQueue {
   uint32_t mask_[8];
   std::string queue_;
   bool dead_ = false;
+  bool blocked_ = false;  // the last send did not take everything
 };
 
 #endif

@@ -1,6 +1,7 @@
 #include "IngestService.h"
 
 #include <arpa/inet.h>
+#include <netinet/tcp.h>
 #include <errno.h>
 #include <rpc/rpcb_clnt.h>
 #include <string.h>
@@ -70,7 +71,7 @@ void IngestService::handle(struct pollfd* fds, size_t first) {
   for (auto it = clients_.begin(); it != clients_.end(); ++i) {
     ClientQueue& c = **it;
     if (fds[i].revents & (POLLIN | POLLHUP | POLLERR)) c.drain();
-    if (!c.dead() && (fds[i].revents & POLLOUT)) c.send();
+    if (!c.dead() && (fds[i].revents & POLLOUT)) c.writable();
     it = c.dead() ? clients_.erase(it) : std::next(it);
   }
   // Last: serving a call may add or drop clients and svc descriptors.
@@ -81,10 +82,11 @@ void IngestService::handle(struct pollfd* fds, size_t first) {
 
 void IngestService::deliver(int chan, const char* p, size_t n) {
   for (const auto& c : clients_)
-    if (c->wants(chan)) {
-      c->push(p, n);
-      c->send();
-    }
+    if (c->wants(chan)) c->push(p, n);
+}
+
+void IngestService::send() {
+  for (const auto& c : clients_) c->send();
 }
 
 std::list<std::unique_ptr<ClientQueue>>::iterator IngestService::find(const connect_t& p) {
@@ -106,6 +108,12 @@ int IngestService::connect(const connect_t& p, struct svc_req* rq) {
   const int sndbuf = static_cast<int>(ClientQueue::kQueueBytes);
   if (fd >= 0 && setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sndbuf, sizeof sndbuf) != 0)
     logit(LOG_WARNING, "INGEST_CONNECT %s:%u: SO_SNDBUF: %s", p.name, p.s_port, strerror(errno));
+  // The loop gathers a few milliseconds of samples into each send itself;
+  // holding a send back for the last one's acknowledgement as well would
+  // stall a client with a small receive buffer for a delayed ACK each time.
+  const int nodelay = 1;
+  if (fd >= 0 && !p.sock_is_dgram && setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &nodelay, sizeof nodelay) != 0)
+    logit(LOG_WARNING, "INGEST_CONNECT %s:%u: TCP_NODELAY: %s", p.name, p.s_port, strerror(errno));
   if (fd < 0 || (::connect(fd, reinterpret_cast<struct sockaddr*>(&to), sizeof to) != 0 && errno != EINPROGRESS)) {
     logit(LOG_WARNING, "INGEST_CONNECT %s:%u: %s", p.name, p.s_port, strerror(errno));
     if (fd >= 0) close(fd);

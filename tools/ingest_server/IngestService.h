@@ -2,8 +2,8 @@
 // addresses registered with rpcbind as program INGEST_PROG + the station's
 // module number, version 1, and the data connections it opens back to its
 // clients.  Everything runs in the caller's poll loop: pollFds() lists the
-// descriptors to watch, handle() serves what poll found, and deliver() hands
-// each client the samples of its channels.
+// descriptors to watch, handle() serves what poll found, deliver() and send()
+// hand each client the samples of its channels.
 #ifndef HERON_INGEST_SERVER_INGESTSERVICE_H
 #define HERON_INGEST_SERVER_INGESTSERVICE_H
 
@@ -40,8 +40,11 @@ class IngestService {
   void pollFds(std::vector<struct pollfd>& fds) const;
   // Serves the entries of fds from `first` on, as pollFds() laid them out.
   void handle(struct pollfd* fds, size_t first);
-  // Gives one sample (header and data, channel chan) to each client of chan.
+  // Gives one sample (header and data, channel chan) to each client of
+  // chan: sent at once to datagram clients, queued for stream clients.
   void deliver(int chan, const char* p, size_t n);
+  // Sends each stream client what is queued for it, in one send.
+  void send();
 
   size_t clients() const { return clients_.size(); }
 

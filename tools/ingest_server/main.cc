@@ -22,6 +22,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 #include <string>
 #include <vector>
@@ -139,13 +141,23 @@ int run(int argc, char** argv) {
   RawSample samp;
   char wire[RawSample::headLen + 256];
   double nextFlush = now() + 1;
+  // After a read that found samples the port rests kGather seconds: what
+  // gathers meanwhile is read, archived and sent to each client in one go,
+  // a few system calls every few milliseconds instead of a few per sample.
+  // A sample waits at most that long; an idle port is watched for its next
+  // byte.
+  // One go stops after kBatch bytes, so that each client is offered its
+  // share and the sockets are looked at again before more is queued.
+  const double kGather = 0.003;
+  const size_t kBatch = 16 * 1024;
+  double portDue = 0;  // when resting, the time to read the port again
   std::vector<struct pollfd> fds;
   for (;;) {
-    fds.assign({{sigfd, POLLIN, 0}, {port.fd, POLLIN, 0}});
+    fds.assign({{sigfd, POLLIN, 0}, {portDue > 0 ? -1 : port.fd, POLLIN, 0}});
     service.pollFds(fds);
-    const int wait = static_cast<int>((nextFlush - now()) * 1000) + 1;
-    if (poll(fds.data(), fds.size(), wait > 0 ? wait : 0) < 0 && errno != EINTR)
-      throw oru::IOException("poll", "wait", errno);
+    const double left = (portDue > 0 ? std::min(portDue, nextFlush) : nextFlush) - now();
+    const int wait = left > 0 ? static_cast<int>(std::ceil(left * 1000)) : 0;
+    if (poll(fds.data(), fds.size(), wait) < 0 && errno != EINTR) throw oru::IOException("poll", "wait", errno);
     if (fds[0].revents & POLLIN) {
       struct signalfd_siginfo si;
       if (read(sigfd, &si, sizeof si) != sizeof si) throw oru::IOException("signals", "read", errno);
@@ -157,22 +169,26 @@ int run(int argc, char** argv) {
         break;
       }
     }
-    if (fds[1].revents & (POLLIN | POLLHUP | POLLERR)) {
-      const double t = now();
+    const double t = now();
+    if ((portDue > 0 && t >= portDue) || (fds[1].revents & (POLLIN | POLLHUP | POLLERR))) {
       int got = 0;
-      for (int r; (r = in.readSample(&samp)) != Framer::NoData; ++got) {
+      size_t batch = 0;
+      for (int r; batch < kBatch && (r = in.readSample(&samp)) != Framer::NoData; ++got) {
         if (r == Framer::FramingError || in.tt_to_secs(static_cast<long>(samp.tt)) == RawDataInput::BIGBANG) {
           ++input.badSerialSamples;
           continue;
         }
         const size_t n = wireForm(samp, wire);
         ++input.samples;
+        batch += n;
         archive.append(wire, n, t);
         service.deliver(samp.chan, wire, n);
       }
+      service.send();
       // A hung-up line reads as nothing at all, every time: end, and let
       // the supervisor start us again.
       if (got == 0 && (fds[1].revents & POLLHUP)) throw oru::EOFException(port.device.c_str(), "read");
+      portDue = batch >= kBatch ? t : got > 0 ? t + kGather : 0;
     }
     service.handle(fds.data(), 2);
     if (now() >= nextFlush) {
