@@ -163,6 +163,8 @@ TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
   const int small = 4096;  // so the stalled client's socket fills soon
   ASSERT_EQ(setsockopt(stalled->getFD(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
   auto live = std::make_unique<IngestRawDataInput>("tern1", number_, heron_test::kLoopback, odd, 1);
+  const struct timeval patience = {10, 0};  // a lost sample fails the test instead of hanging it
+  ASSERT_EQ(setsockopt(live->getFD(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
   const int n = 40000;
   std::thread player([&] { play(0, n); });
   RawSample s;
