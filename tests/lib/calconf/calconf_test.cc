@@ -192,22 +192,4 @@ TEST(CalConf, ArchiveFiles) {
   }
 }
 
-TEST(CalConf, ExampleSite) {
-  setenv("HERON", HERON_SOURCE_DIR "/examples/site", 1);
-  setenv("PROJECT", "demo", 1);
-  setenv("OPS", "ops1", 1);
-  TernList::clear();
-  SidList sl;
-  HeronDataIds ids(sl);
-  for (const auto& s : sl.sids) {
-    TernList::TernInfo(s->sid_tern.c_str());
-    for (int i = 0; i < s->n_prefixes(); ++i)
-      EXPECT_TRUE(s->prefixes[i] == "null" || ids[s->DidName(i).c_str()]) << s->DidName(i);
-  }
-  EXPECT_EQ(ids["co2.irga"]->phase->GetLag(1795262415), 0.85f);
-  std::vector<double> starts;
-  EXPECT_EQ(ArchiveConfig().GetArchiveFileNames("tern2", 1795262400, 1795262430, starts).size(), 1u);
-  TernList::clear();
-}
-
 }  // namespace

@@ -114,16 +114,17 @@ TEST(CalDump, LiveUntilInterruptedLeavesACompleteFile) {
   writeTickSite(site, number);
   const std::string csv = site.root() + "/live.csv";
   const RunResult r = runProgram({"/usr/bin/timeout", "--preserve-status", "-s", "INT", "2", CAL_DUMP_BIN, "-l", "-F",
-                                  "CSV", "-o", csv, "y.s"},
+                                  "CSV", "-o", csv, "x.s", "y.s"},
                                  "", {"INGEST_SERVER=127.0.0.1"});
   EXPECT_EQ(r.status, 0) << r.err;
   const RunResult check = runProgram({"/usr/bin/python3", "-c",
                                       "import csv, sys\n"
                                       "rows = list(csv.reader(open(sys.argv[1])))\n"
-                                      "y = [int(r[1]) for r in rows[1:]]\n"
-                                      "print(rows[0], len(y) > 20, all(b == a + 1 for a, b in zip(y, y[1:])))\n",
+                                      "x = {r[1] for r in rows[1:]}\n"
+                                      "y = [int(r[2]) for r in rows[1:]]\n"
+                                      "print(rows[0], x, len(y) > 20, all(b == a + 1 for a, b in zip(y, y[1:])))\n",
                                       csv});
-  EXPECT_EQ(check.out, "['time', 'y.s'] True True\n") << check.err;
+  EXPECT_EQ(check.out, "['time', 'x.s', 'y.s'] {'0'} True True\n") << check.err;
 }
 
 TEST(CalDump, Errors) {
