@@ -183,25 +183,18 @@ void IngestDispatch::dispatch(struct svc_req* rq, SVCXPRT* xprt) {
       svcerr_noproc(xprt);
       return;
   }
-  connect_t p = {};
-  if (!svc_getargs(xprt, reinterpret_cast<xdrproc_t>(xdr_connect_t), reinterpret_cast<char*>(&p))) {
-    svcerr_decode(xprt);
-    return;
-  }
-  int result = -1;
-  auto it = s.find(p);
-  if (rq->rq_proc == INGEST_CONNECT) {
-    result = s.connect(p, rq);
-  } else if (it != s.clients_.end()) {
+  const bool sent = ingest_serve_connect(xprt, [&](const connect_t& p) {
+    auto it = s.find(p);
+    if (rq->rq_proc == INGEST_CONNECT) return s.connect(p, rq);
+    if (it == s.clients_.end()) return -1;
     if (rq->rq_proc == INGEST_DISCONNECT) {
       s.clients_.erase(it);
-      result = 0;
-    } else if (p.channels.channels_len == 8) {
-      (*it)->setMask(p.channels.channels_val);
-      result = 0;
+      return 0;
     }
-  }
-  if (!svc_sendreply(xprt, reinterpret_cast<xdrproc_t>(xdr_int), reinterpret_cast<char*>(&result)))
+    if (p.channels.channels_len != 8) return -1;
+    (*it)->setMask(p.channels.channels_val);
+    return 0;
+  });
+  if (!sent)
     logit(LOG_WARNING, "ingest service: reply to procedure %lu not sent", static_cast<unsigned long>(rq->rq_proc));
-  svc_freeargs(xprt, reinterpret_cast<xdrproc_t>(xdr_connect_t), reinterpret_cast<char*>(&p));
 }

@@ -127,14 +127,7 @@ void dispatch(struct svc_req* rq, SVCXPRT* xprt) {
     svcerr_noproc(xprt);
     return;
   }
-  connect_t p = {};
-  if (!svc_getargs(xprt, reinterpret_cast<xdrproc_t>(xdr_connect_t), reinterpret_cast<char*>(&p))) {
-    svcerr_decode(xprt);
-    return;
-  }
-  int result = handle(rq->rq_proc, p, rq);
-  svc_sendreply(xprt, reinterpret_cast<xdrproc_t>(xdr_int), reinterpret_cast<char*>(&result));
-  svc_freeargs(xprt, reinterpret_cast<xdrproc_t>(xdr_connect_t), reinterpret_cast<char*>(&p));
+  ingest_serve_connect(xprt, [rq](const connect_t& p) { return handle(rq->rq_proc, p, rq); });
 }
 
 void putBig32(std::string& out, uint32_t v) {
