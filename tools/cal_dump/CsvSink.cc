@@ -1,10 +1,7 @@
 #include "CsvSink.h"
 
-#include <errno.h>
 #include <math.h>
 #include <time.h>
-
-#include "base/Exception.h"
 
 namespace {
 // A CSV field, quoted when it holds a separator, quote or line end.
@@ -55,7 +52,6 @@ void CsvSink::row(const Record& r) {
   }
   putc('\n', fp_);
   if (flushEach_) fflush(fp_);
-  if (ferror(fp_)) throw oru::IOException("output", "write", errno);
 }
 
 void CsvSink::finish() {}

@@ -1,9 +1,5 @@
 #include "SampleFormSink.h"
 
-#include <errno.h>
-
-#include "base/Exception.h"
-
 SampleFormSink::SampleFormSink(FILE* fp, outputFormat fmt, const std::vector<Column>& columns,
                                const std::vector<short>& indices, bool flushEach)
     : fp_(fp), fmt_(fmt), flushEach_(flushEach), values_(columns.size()) {
@@ -19,5 +15,4 @@ void SampleFormSink::row(const Record& r) {
   s.Output(fp_, fmt_, nullptr);
   if (fmt_ != BIN && fmt_ != BINCOLUMN) putc('\n', fp_);
   if (flushEach_) fflush(fp_);
-  if (ferror(fp_)) throw oru::IOException("output", "write", errno);
 }
