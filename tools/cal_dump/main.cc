@@ -58,8 +58,8 @@ void catchSignals() {
   struct sigaction sa = {};
   sa.sa_handler = onSignal;
   sigemptyset(&sa.sa_mask);
-  sigaction(SIGINT, &sa, nullptr);
-  sigaction(SIGTERM, &sa, nullptr);
+  if (sigaction(SIGINT, &sa, nullptr) != 0 || sigaction(SIGTERM, &sa, nullptr) != 0)
+    throw oru::IOException("signals", "sigaction", errno);
 }
 
 // Registers the variables (all when none is named) and returns their ids.
@@ -279,8 +279,8 @@ int main(int argc, char** argv) {
   if (status >= 0) return status;
   static char outbuf[1 << 16];
   setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
-  catchSignals();
   try {
+    catchSignals();
     return run(o);
   } catch (const oru::Exception& e) {
     fflush(stdout);
