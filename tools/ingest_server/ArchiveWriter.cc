@@ -56,23 +56,25 @@ void ArchiveWriter::closeFile() {
   fd_ = -1;
 }
 
-// All or nothing at the level of samples: a short or failed write is cut
-// back so the file always ends on a whole sample.
+// All or nothing at the level of samples: a short or failed write, or a
+// sync that fails, is cut back to the last committed sample, so the file
+// always ends on a whole sample and a retry writes nothing twice.
 bool ArchiveWriter::writePending() {
   size_t done = 0;
-  while (done < pending_.size()) {
-    ssize_t w = write(fd_, pending_.data() + done, pending_.size() - done);
+  int err = 0;
+  while (done < pending_.size() && err == 0) {
+    const ssize_t w = write(fd_, pending_.data() + done, pending_.size() - done);
     if (w < 0 && errno == EINTR) continue;
-    if (w <= 0) {
-      int err = w < 0 ? errno : ENOSPC;
-      if (ftruncate(fd_, committed_) != 0 || lseek(fd_, committed_, SEEK_SET) < 0)
-        logit(LOG_ERR, "%s: cutting back to whole samples: %s", path_.c_str(), strerror(errno));
-      errno = err;
-      return false;
-    }
-    done += static_cast<size_t>(w);
+    if (w <= 0) err = w < 0 ? errno : ENOSPC;
+    else done += static_cast<size_t>(w);
   }
-  if (fdatasync(fd_) != 0) return false;
+  if (err == 0 && fdatasync(fd_) != 0) err = errno;
+  if (err != 0) {
+    if (ftruncate(fd_, committed_) != 0 || lseek(fd_, committed_, SEEK_SET) < 0)
+      logit(LOG_ERR, "%s: cutting back to whole samples: %s", path_.c_str(), strerror(errno));
+    errno = err;
+    return false;
+  }
   committed_ += static_cast<off_t>(pending_.size());
   pending_.clear();
   return true;
