@@ -6,9 +6,10 @@
 //
 // The host defaults to the station's ingest server (ingest.conf, else
 // $INGEST_SERVER; a station that ingest.conf gives to every host, "-", is
-// asked for on $INGEST_SERVER, else on this host).  A server that cannot be reached is reported with the
-// RPC library's reason and "<station>@<host>: can't connect to ingestor";
-// the exit status is then 1.  See ingest_status.1.
+// asked for on $INGEST_SERVER, else on this host).  A server that cannot be
+// reached is reported with the RPC library's reason and "<station>@<host>:
+// can't connect to ingestor"; the exit status is then 1.  See
+// ingest_status.1.
 #include <arpa/inet.h>
 #include <getopt.h>
 #include <stdio.h>
@@ -35,6 +36,7 @@ const char kUsage[] =
 
 const struct timeval kTimeout = {INGEST_CALL_TIMEOUT_SECS, 0};
 
+// The library's xdr_void, with the argument list a cast to xdrproc_t wants.
 bool_t noArguments(XDR*, void*) { return TRUE; }
 
 bool call(CLIENT* clnt, rpcproc_t proc, xdrproc_t in, void* arg, xdrproc_t out, void* res) {
