@@ -10,7 +10,9 @@
 #
 #   demo-chain.sh PTY BUILD_DIR LIVE_SECONDS
 #
-# HERON, PROJECT and OPS name the scratch site; rpcbind must be running.
+# HERON, PROJECT and OPS name the scratch site.  It runs in a process
+# namespace of its own (scripts/private-net.sh), so the processes it finds
+# by name are its own.
 set -u
 pty=$1
 bin=$2

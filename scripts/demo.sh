@@ -32,11 +32,9 @@ mkdir -p "$live"
 cp -R examples/site "$live/site"
 rm -f "$live/site/projects/$PROJECT/$OPS/raw/"*
 python3 examples/make_raw_data.py --seconds 12 --start $(($(date +%s) + 3)) --out "$live/play" >/dev/null
-if ! rpcinfo -p 127.0.0.1 >/dev/null 2>&1; then
-  echo "   (starting rpcbind, with which Ingest registers its service)"
-  rpcbind -w
-fi
-HERON=$live/site build/tools/raw_playback -w 3 "$live/play"/tern1_*.raw -- \
+echo "   (on a network of its own, with its own rpcbind: a running station on"
+echo "   this computer is not disturbed)"
+HERON=$live/site sh scripts/private-net.sh build/tools/raw_playback -w 3 "$live/play"/tern1_*.raw -- \
   sh scripts/demo-chain.sh %s "$(pwd)/build" 8
 archived=$(ls "$live/site/projects/$PROJECT/$OPS/raw/"tern1_*.raw)
 echo "-- the archive Ingest wrote: $archived"

@@ -3,7 +3,7 @@
 # skipping those already present.  Safe to run again.
 set -eu
 pkgs="build-essential cmake pkg-config libtirpc-dev rpcsvc-proto rpcbind flex bison
-      libgtest-dev libbenchmark-dev xxd clang libclang-rt-14-dev python3 procps
+      libgtest-dev libbenchmark-dev xxd clang libclang-rt-14-dev python3 procps iproute2 util-linux
       libnetcdf-dev netcdf-bin gnuplot-nox"
 missing=""
 for p in $pkgs; do

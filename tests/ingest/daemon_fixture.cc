@@ -18,6 +18,8 @@
 #include <chrono>
 #include <fstream>
 
+#include "support/rpc_fixture.h"
+
 namespace {
 using Clock = std::chrono::steady_clock;
 
@@ -56,10 +58,18 @@ DaemonSite::DaemonSite() {
   // Orphans of the daemon (the supervisor after it detaches, its children
   // after it ends) come to us, so they can be waited for and cleaned up.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
-  if (start("/bin/true", {}, -1, {"-"}) != 0) unavailable_ = "cannot make a private /dev here (needs root)";
+  unavailable_ = heron_test::rpcbindSkipReason();
+  if (unavailable_.empty() && !heron_test::ensureRpcbind().empty())
+    unavailable_ = "no rpcbind of the test's own: " + heron_test::ensureRpcbind();
+  if (unavailable_.empty() && start("/bin/true", {}, -1, {"-"}) != 0)
+    unavailable_ = "cannot make a private /dev here (needs root)";
 }
 
+// Whatever is left of the processes this test started: each has logged
+// through the test's socket or reported to its folder.
 DaemonSite::~DaemonSite() {
+  findLog("\x01", 0, 0);  // no message holds that byte
+  for (const Message& m : messages_) kill(m.pid, SIGKILL);
   for (const Report& r : reports(0, 0))
     for (const char* key : {"pid", "parent"}) kill(atoi(r.at(key).c_str()), SIGKILL);
   while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
@@ -105,25 +115,39 @@ int DaemonSite::start(const std::string& program, const std::vector<std::string>
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-std::string DaemonSite::waitLog(const std::string& text, int seconds) {
-  for (const std::string& m : messages_)
-    if (m.find(text) != std::string::npos) return m;
+const DaemonSite::Message* DaemonSite::findLog(const std::string& text, pid_t other, int seconds) {
+  auto match = [&](const Message& m) { return m.pid != other && m.text.find(text) != std::string::npos; };
+  for (const Message& m : messages_)
+    if (match(m)) return &m;
   char buf[2048];
-  for (auto end = Clock::now() + std::chrono::seconds(seconds); Clock::now() < end;) {
+  // With no time to wait, takes in only what has come already.
+  for (auto end = Clock::now() + std::chrono::seconds(seconds);;) {
     struct pollfd p = {logFd_, POLLIN, 0};
-    ssize_t n = poll(&p, 1, 100) > 0 ? recv(logFd_, buf, sizeof buf, 0) : 0;
+    ssize_t n = poll(&p, 1, seconds > 0 ? 100 : 0) > 0 ? recv(logFd_, buf, sizeof buf, 0) : 0;
+    if (n <= 0 && Clock::now() >= end) break;
     std::string line(buf, n > 0 ? n : 0);  // "<pri>Mmm dd hh:mm:ss name[pid]: text"
-    if (line.find("]: ") == std::string::npos) continue;
-    messages_.push_back(line.substr(line.find("]: ") + 3));
-    if (messages_.back().find(text) != std::string::npos) return messages_.back();
+    const size_t colon = line.find("]: "), open = line.rfind('[', colon);
+    if (colon == std::string::npos || open == std::string::npos) continue;
+    messages_.push_back({atoi(line.c_str() + open + 1), line.substr(colon + 3)});
+    if (match(messages_.back())) return &messages_.back();
   }
-  return "";
+  return nullptr;
+}
+
+std::string DaemonSite::waitLog(const std::string& text, int seconds) {
+  const Message* m = findLog(text, 0, seconds);
+  return m ? m->text : "";
+}
+
+pid_t DaemonSite::waitLogPid(const std::string& text, pid_t other, int seconds) {
+  const Message* m = findLog(text, other, seconds);
+  return m ? m->pid : -1;
 }
 
 size_t DaemonSite::countLog(const std::string& text) {
-  waitLog("\x01", 1);  // takes in whatever has come: no message holds that byte
+  findLog("\x01", 0, 1);  // takes in whatever has come: no message holds that byte
   size_t n = 0;
-  for (const std::string& m : messages_) n += m.find(text) != std::string::npos;
+  for (const Message& m : messages_) n += m.text.find(text) != std::string::npos;
   return n;
 }
 

@@ -2,9 +2,17 @@
 // children the stand-in "Ingest" (which reports what it was handed), and its
 // system log a datagram socket of the test's own, reached through a private
 // /dev in a mount namespace (the machine's own /dev/log is never touched).
-// The site is a scratch install root.  Needs root.
+// The site is a scratch install root; rpcbind is the test's own (see
+// support/rpc_fixture.h).  Needs root.
+//
+// The test knows the processes it may signal by their ids: the supervisor
+// and every Ingest name themselves in each log line ("name[pid]: text"),
+// and the stand-ins report their own and their parent's.  Nothing is found
+// by name.
 #ifndef HERON_TESTS_DAEMON_FIXTURE_H
 #define HERON_TESTS_DAEMON_FIXTURE_H
+
+#include <sys/types.h>
 
 #include <map>
 #include <string>
@@ -39,6 +47,9 @@ class DaemonSite {
   // The first log message (the text after "name[pid]: ") containing `text`,
   // waiting up to `seconds`; "" if none came.
   std::string waitLog(const std::string& text, int seconds = 10);
+  // The id of the process that logged the first message containing `text`,
+  // other than `other`, waiting up to `seconds`; -1 if none came.
+  pid_t waitLogPid(const std::string& text, pid_t other = 0, int seconds = 10);
   // How many of the messages that have come so far contain `text`.
   size_t countLog(const std::string& text);
   // Waits up to 10 seconds for the supervisor to end: the detached
@@ -55,7 +66,12 @@ class DaemonSite {
   ScratchSite site_;
   std::string unavailable_;
   int logFd_ = -1;
-  std::vector<std::string> messages_;
+  struct Message {
+    pid_t pid;
+    std::string text;
+  };
+  std::vector<Message> messages_;
+  const Message* findLog(const std::string& text, pid_t other, int seconds);
   std::vector<int> ptyFds_;
 };
 

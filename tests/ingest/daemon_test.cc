@@ -143,19 +143,13 @@ TEST(Daemon, AnswersSigintDuringASlowModuleServerCall) {
   DaemonSite site;
   if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
   heron_test::ServerProcess slow(heron_test::testProgramPath("ingest_test_server"),
-                                 {std::to_string(heron_test::kModuleServerProgram), "--reply=trickle"}, true);
+                                 {std::to_string(heron_test::kModuleServerProgram), "--reply=trickle"});
   ASSERT_TRUE(slow.ok()) << slow.error();
   site.writeConfig(serialLine("slow", "-", site.addPort()));
   ASSERT_EQ(site.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1"}), 0);
-  sleep(2);
-  pid_t daemon = 0;  // the detached supervisor: our child, by its name
-  for (const auto& e : std::filesystem::directory_iterator("/proc")) {
-    std::ifstream stat(e.path() / "stat");
-    std::string pid, comm, state, ppid;
-    if (stat >> pid >> comm >> state >> ppid && comm == "(serial_ingest)" && atoi(ppid.c_str()) == getpid())
-      daemon = atoi(pid.c_str());
-  }
+  const pid_t daemon = site.waitLogPid("started, config");
   ASSERT_GT(daemon, 0);
+  sleep(2);  // into the slow call
   const auto sent = std::chrono::steady_clock::now();
   kill(daemon, SIGINT);
   EXPECT_TRUE(site.waitDaemonExit());

@@ -1,15 +1,19 @@
-// Test support for the remote-procedure parts: a real rpcbind on 127.0.0.1
-// and the test servers (built beside the test programs) as child processes.
+// Test support for the remote-procedure parts: a real rpcbind of the test's
+// own and the test servers (built beside the test programs) as child processes.
 //
+//   HERON_REQUIRE_RPCBIND();                   // first, in the test body
 //   heron_test::TestModuleServer server({"PROJECT=p", "OPS=o"});
 //   ASSERT_TRUE(server.ok()) << server.error();
 //   setenv("CONFIG_SERVER", "127.0.0.1", 1);   // then getTernServerEnvVar(...)
 //
-// rpcbind is a system service: when none answers, ensureRpcbind starts one the
-// way the system would (as a daemon) and leaves it running for the test
-// processes that follow.  The acquisition-module server has one fixed program
-// number, so whatever poses as it holds an exclusive lock across processes
-// while it is registered; tests running in parallel take turns.
+// A test never registers with the machine's rpcbind: the first call of
+// ensureRpcbind moves the whole test process into a network namespace and a
+// mount namespace of its own, with a private /run (where rpcbind keeps its
+// local socket and lock), brings its loopback up and starts rpcbind there as
+// a child that dies with the test.  Everything the test starts afterwards
+// inherits that network, so tests running in parallel, the demo and a real
+// station on the same computer never see each other's program numbers.
+// Making namespaces needs root; elsewhere the tests that need rpcbind skip.
 #ifndef HERON_TESTS_RPC_FIXTURE_H
 #define HERON_TESTS_RPC_FIXTURE_H
 
@@ -17,11 +21,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <net/if.h>
 #include <poll.h>
 #include <rpc/rpc.h>
+#include <sched.h>
 #include <signal.h>
 #include <string.h>
-#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -34,27 +41,6 @@ namespace heron_test {
 
 constexpr const char* kLoopback = "127.0.0.1";
 constexpr unsigned long kModuleServerProgram = 0x20000001;
-// Held by whatever is registered as the module server.
-constexpr const char* kModuleServerLock = "/tmp/heron-test-ternserver.lock";
-
-// An exclusive lock on a file in /tmp, shared by every test process; a null
-// path takes none (and counts as held).
-class FileLock {
- public:
-  explicit FileLock(const char* path) : fd_(path ? open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666) : -2) {
-    while (fd_ >= 0 && flock(fd_, LOCK_EX) != 0)
-      if (errno != EINTR) fd_ = (close(fd_), -1);
-  }
-  ~FileLock() {
-    if (fd_ >= 0) close(fd_);  // closing releases the lock
-  }
-  FileLock(const FileLock&) = delete;
-  FileLock& operator=(const FileLock&) = delete;
-  bool held() const { return fd_ != -1; }
-
- private:
-  int fd_;
-};
 
 inline bool rpcbindAnswers() {
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -67,27 +53,83 @@ inline bool rpcbindAnswers() {
   return ok;
 }
 
-// Makes sure rpcbind answers on 127.0.0.1, starting it when it does not.
-// Returns "" on success, else what went wrong.
-inline std::string ensureRpcbind() {
-  if (rpcbindAnswers()) return "";
-  FileLock lock("/tmp/heron-test-rpcbind.lock");
-  if (rpcbindAnswers()) return "";  // another test process started it meanwhile
-  pid_t pid = fork();
-  if (pid == 0) {
-    // -w: keep registrations across restarts.  rpcbind goes into the
-    // background once its sockets are ready.
-    execl("/usr/sbin/rpcbind", "rpcbind", "-w", static_cast<char*>(nullptr));
-    execlp("rpcbind", "rpcbind", "-w", static_cast<char*>(nullptr));
+// Why this process cannot have a network of its own ("" when it can).
+inline std::string rpcbindSkipReason() {
+  return geteuid() == 0 ? "" : "a private rpcbind needs network and mount namespaces, so root";
+}
+
+// The namespaces and the loopback; "" on success, else what failed.
+inline std::string enterPrivateNetwork() {
+  if (unshare(CLONE_NEWNS | CLONE_NEWNET) != 0) return std::string("unshare: ") + strerror(errno);
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("tmpfs", "/run", "tmpfs", 0, "mode=755") != 0)
+    return std::string("a private /run: ") + strerror(errno);
+  int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  struct ifreq ifr = {};
+  strcpy(ifr.ifr_name, "lo");
+  bool up = fd >= 0 && ioctl(fd, SIOCGIFFLAGS, &ifr) == 0 && (ifr.ifr_flags |= IFF_UP, ioctl(fd, SIOCSIFFLAGS, &ifr) == 0);
+  const int err = errno;
+  if (fd >= 0) close(fd);
+  return up ? "" : std::string("loopback up: ") + strerror(err);
+}
+
+// rpcbind gives up root for its own user, which clears the signal it would
+// get at its parent's death; so a warden that stays root starts it and, at
+// the test's end (however it ends), kills it.
+[[noreturn]] inline void rpcbindWarden(pid_t test) {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGTERM);
+  sigaddset(&set, SIGCHLD);
+  if (sigprocmask(SIG_BLOCK, &set, nullptr) != 0 || prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != test)
+    _exit(1);
+  const pid_t rpcbind = fork();
+  if (rpcbind == 0) {
+    sigprocmask(SIG_UNBLOCK, &set, nullptr);
+    // -f: in the foreground, the warden's child.
+    execl("/usr/sbin/rpcbind", "rpcbind", "-f", static_cast<char*>(nullptr));
+    execlp("rpcbind", "rpcbind", "-f", static_cast<char*>(nullptr));
     _exit(127);
   }
-  int status = 0;
-  if (pid < 0 || waitpid(pid, &status, 0) != pid || status != 0)
-    return "rpcbind did not start (is it installed, and are we root?)";
-  for (int i = 0; i < 200; ++i, usleep(50000))  // normally up at once; allow 10 s
-    if (rpcbindAnswers()) return "";
-  return "rpcbind started but does not answer on 127.0.0.1:111";
+  int sig = 0;
+  if (rpcbind > 0) sigwait(&set, &sig);
+  if (rpcbind > 0) kill(rpcbind, SIGKILL);
+  _exit(0);
 }
+
+// Makes sure this test process has its own rpcbind answering on 127.0.0.1.
+// Returns "" on success, else what went wrong.
+inline std::string ensureRpcbind() {
+  static std::string error = [] {
+    std::string why = rpcbindSkipReason();
+    if (why.empty()) why = enterPrivateNetwork();
+    if (!why.empty()) return why;
+    const pid_t test = getpid();
+    const pid_t warden = fork();
+    if (warden == 0) rpcbindWarden(test);
+    if (warden < 0) return std::string("fork: ") + strerror(errno);
+    for (int i = 0; i < 200; ++i, usleep(20000)) {  // normally up at once; allow 4 s
+      if (rpcbindAnswers()) return std::string();
+      if (waitpid(warden, nullptr, WNOHANG) == warden) return std::string("rpcbind ended at once (is it installed?)");
+    }
+    return std::string("rpcbind started but does not answer on 127.0.0.1:111");
+  }();
+  return error;
+}
+
+}  // namespace heron_test
+
+// In a test body, before anything that needs rpcbind: skips the test, with
+// the reason, where no private rpcbind can be had, and fails it where one
+// should start but does not.
+#define HERON_REQUIRE_RPCBIND()                                                     \
+  do {                                                                              \
+    const std::string heron_skip_ = heron_test::rpcbindSkipReason();                 \
+    if (!heron_skip_.empty()) GTEST_SKIP() << heron_skip_;                          \
+    ASSERT_EQ(heron_test::ensureRpcbind(), "");                                     \
+  } while (0)
+
+namespace heron_test {
 
 // Path of a program built beside the running test program.
 inline std::string testProgramPath(const char* name) {
@@ -99,13 +141,10 @@ inline std::string testProgramPath(const char* name) {
 
 // A test server run as a child process.  The constructor returns once the
 // server has printed its "ready" line (or failed); the destructor stops it
-// with SIGTERM, which makes it withdraw its rpcbind registration.  A server
-// that takes the module server's program first takes the module-server lock.
+// with SIGTERM, which makes it withdraw its rpcbind registration.
 class ServerProcess {
  public:
-  ServerProcess(const std::string& program, const std::vector<std::string>& args, bool moduleServer = false)
-      : lock_(moduleServer ? kModuleServerLock : nullptr) {
-    error_ = lock_.held() ? ensureRpcbind() : "cannot take the module-server lock";
+  ServerProcess(const std::string& program, const std::vector<std::string>& args) : error_(ensureRpcbind()) {
     if (error_.empty()) start(program, args);
   }
   ~ServerProcess() { end(SIGTERM); }
@@ -157,7 +196,6 @@ class ServerProcess {
     }
   }
 
-  FileLock lock_;
   pid_t pid_ = -1;
   std::string error_;
 };
@@ -167,7 +205,7 @@ class ServerProcess {
 class TestModuleServer : public ServerProcess {
  public:
   explicit TestModuleServer(const std::vector<std::string>& env = {})
-      : ServerProcess(testProgramPath("ternserver_test_server"), env, true) {}
+      : ServerProcess(testProgramPath("ternserver_test_server"), env) {}
 };
 
 // A system number whose ingest program (INGEST_PROG + number) no other test

@@ -26,6 +26,7 @@ std::string failureText() {
 }
 
 TEST(GetTernServerEnvVar, ReadsTheServersEnvironment) {
+  HERON_REQUIRE_RPCBIND();
   heron_test::TestModuleServer server({"PROJECT=surface-flux", "EMPTY="});
   ASSERT_TRUE(server.ok()) << server.error();
   serverHosts(heron_test::kLoopback, "no-such-host.invalid");
@@ -42,10 +43,7 @@ TEST(GetTernServerEnvVar, FailureNamesTheHostAndTheRpcError) {
   serverHosts("no-such-host.invalid", nullptr);
   EXPECT_EQ(failureText(), prefix + "no-such-host.invalid: no-such-host.invalid: RPC: Unknown host");
   serverHosts(heron_test::kLoopback, nullptr);
-  // Nothing may pose as the module server while we check that none answers.
-  heron_test::FileLock lock(heron_test::kModuleServerLock);
-  ASSERT_TRUE(lock.held());
-  ASSERT_EQ(heron_test::ensureRpcbind(), "");
+  HERON_REQUIRE_RPCBIND();
   EXPECT_EQ(failureText(), prefix + "127.0.0.1: 127.0.0.1: RPC: Program not registered");
 }
 

@@ -73,7 +73,10 @@ std::string perrorText(const char* tern, int code) {
 
 class IngestClient : public ::testing::Test {
  protected:
-  void SetUp() override { syslogit = 0; }  // messages to standard error, where the tests read them
+  void SetUp() override {
+    syslogit = 0;  // messages to standard error, where the tests read them
+    HERON_REQUIRE_RPCBIND();
+  }
   void TearDown() override { EXPECT_EQ(openDescriptors(), fdsBefore_) << "descriptor left open"; }
 
   ingest_connect* connect(std::set<int> chans, int dgram, int* err) {
@@ -140,7 +143,6 @@ TEST_F(IngestClient, UnresolvableOwnNameIsAnnouncedBare) {
 }
 
 TEST_F(IngestClient, EachFailureCode) {
-  ASSERT_EQ(heron_test::ensureRpcbind(), "");
   EXPECT_EQ(connectFails({}), INGEST_ERR_NO_CHANNELS);
   EXPECT_EQ(connectFails({3}), INGEST_ERR_CONNECT);
   EXPECT_EQ(log_, "127.0.0.1 ingest: RPC: Program not registered\n");
@@ -200,7 +202,7 @@ TEST_F(IngestClient, EveryCallEndsInTime) {
     const bool module = c.mode == std::string("hugestring"), stranger = c.mode == std::string("stranger");
     const unsigned long prog = module ? heron_test::kModuleServerProgram : INGEST_PROG + static_cast<unsigned long>(number_);
     heron_test::ServerProcess server(heron_test::testProgramPath("ingest_test_server"),
-                                     {std::to_string(stranger ? number_ : prog), stranger ? "--stranger" : std::string("--reply=") + c.mode}, module);
+                                     {std::to_string(stranger ? number_ : prog), stranger ? "--stranger" : std::string("--reply=") + c.mode});
     ASSERT_TRUE(server.ok()) << server.error();
     const auto start = std::chrono::steady_clock::now();
     std::string got;

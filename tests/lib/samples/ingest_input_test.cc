@@ -26,6 +26,7 @@ void expectChannels(RawDataInput& in, std::set<int> chans, int n, int ternIndex)
 }
 
 TEST(IngestInput, StreamAndDatagramConnections) {
+  HERON_REQUIRE_RPCBIND();
   for (int socketType : {1, 2}) {
     SCOPED_TRACE(socketType);
     const int number = heron_test::testSystemNumber();
@@ -44,7 +45,7 @@ TEST(IngestInput, StreamAndDatagramConnections) {
 }
 
 TEST(IngestInput, NoServerEndsTheProcess) {
-  ASSERT_EQ(heron_test::ensureRpcbind(), "");
+  HERON_REQUIRE_RPCBIND();
   ChanBits bits;
   bits.Set(1);
   EXPECT_EXIT(IngestRawDataInput("tern9", heron_test::testSystemNumber() + 7, heron_test::kLoopback, bits, 1),

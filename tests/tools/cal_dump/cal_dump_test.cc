@@ -107,6 +107,7 @@ TEST(CalDump, PlotIsAPngOfTheSizeAsked) {
 }
 
 TEST(CalDump, LiveUntilInterruptedLeavesACompleteFile) {
+  HERON_REQUIRE_RPCBIND();
   const int number = heron_test::testSystemNumber();
   heron_test::TestIngestServer server(number);
   ASSERT_TRUE(server.ok()) << server.error();

@@ -12,6 +12,7 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,19 +44,6 @@ std::string sample(int i, uint32_t ms) {
   return s;
 }
 
-// The running process whose name (first argument) is name, or -1.
-pid_t pidOf(const std::string& name) {
-  DIR* d = opendir("/proc");
-  pid_t found = -1;
-  for (struct dirent* e; d && found < 0 && (e = readdir(d)) != nullptr;) {
-    std::ifstream f(std::string("/proc/") + e->d_name + "/cmdline");
-    std::string arg0;
-    if (std::getline(f, arg0, '\0') && arg0 == name) found = atoi(e->d_name);
-  }
-  if (d) closedir(d);
-  return found;
-}
-
 class IngestChain : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -75,20 +63,19 @@ class IngestChain : public ::testing::Test {
   void start() {
     const std::string path = std::string("PATH=") + INGEST_BIN_DIR + ":/usr/bin:/bin";
     ASSERT_EQ(site_.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", path}), 0);
-    ASSERT_NE(site_.waitLog("serving program"), "");
+    daemon_ = site_.waitLogPid("started, config");
+    ingest_ = site_.waitLogPid("serving program");
+    ASSERT_GT(ingest_, 0);
     struct timespec ts;
     clock_gettime(CLOCK_REALTIME, &ts);
     ms_ = static_cast<uint32_t>(ts.tv_sec % 86400 * 1000 + ts.tv_nsec / 1000000);
   }
   void TearDown() override {
     // The supervisor first, so that nothing starts Ingest again.
-    const pid_t daemon = pidOf(SERIAL_INGEST_BIN);
-    if (daemon > 0 && kill(daemon, SIGINT) == 0) {
+    if (daemon_ > 0 && kill(daemon_, SIGINT) == 0) {
       EXPECT_TRUE(DaemonSite::waitDaemonExit());
     }
-    const pid_t pid = pidOf("tern1");
-    if (pid > 0) kill(pid, SIGTERM);
-    stop(pid);
+    if (ingest_ > 0 && kill(ingest_, SIGTERM) == 0) stop(ingest_);
     umount2(raw_.c_str(), MNT_DETACH);  // the full-disk test's tmpfs
     close(master_);
     close(slave_);
@@ -108,8 +95,10 @@ class IngestChain : public ::testing::Test {
       usleep(2000);
     }
   }
+  // Waits up to 5 s for pid to end; once the supervisor is gone it is our
+  // child (the fixture is a subreaper) and is reaped here.
   static void stop(pid_t pid) {
-    for (int k = 0; k < 50 && kill(pid, 0) == 0; ++k) usleep(100000);
+    for (int k = 0; k < 50 && waitpid(pid, nullptr, WNOHANG) != pid && kill(pid, 0) == 0; ++k) usleep(100000);
   }
   // The archive's samples, file after file in name order; each file must
   // hold whole samples.
@@ -152,6 +141,7 @@ class IngestChain : public ::testing::Test {
   char name_[64];
   std::string raw_;
   uint32_t ms_ = 0;
+  pid_t daemon_ = -1, ingest_ = -1;  // as they name themselves in the log
 };
 
 TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
@@ -186,11 +176,9 @@ TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
   EXPECT_TRUE(std::regex_search(status.out, std::regex("stream +40000 +[0-9]+ +[1-9]"))) << status.out;
   live.reset();
   stalled.reset();
-  pid_t pid = pidOf("tern1");
-  ASSERT_GT(pid, 0);
-  kill(pid, SIGTERM);
+  kill(ingest_, SIGTERM);
   EXPECT_NE(site_.waitLog("SIGTERM: ending"), "");
-  stop(pid);
+  stop(ingest_);
   status = runProgram({INGEST_STATUS_BIN, "tern1", "127.0.0.1"});
   EXPECT_EQ(status.status, 1);
   EXPECT_NE(status.err.find("tern1@127.0.0.1: can't connect to ingestor"), std::string::npos) << status.err;
@@ -205,17 +193,14 @@ TEST_F(IngestChain, KilledKeepsAllButTheLastSecond) {
   usleep(1500000);
   play(5000, 6000);
   usleep(300000);  // read and pending, not yet on disk
-  const pid_t first = pidOf("tern1");
-  ASSERT_GT(first, 0);
+  const pid_t first = ingest_;
   kill(first, SIGKILL);
-  pid_t next = -1;
-  for (int k = 0; k < 50 && ((next = pidOf("tern1")) < 0 || next == first); ++k) usleep(100000);
-  ASSERT_NE(next, first);
-  ASSERT_NE(site_.waitLog("serving program"), "");
+  ingest_ = site_.waitLogPid("serving program", first);  // started again by the supervisor
+  ASSERT_GT(ingest_, 0);
   play(6000, 8000);
   usleep(300000);
-  kill(next, SIGTERM);
-  stop(next);
+  kill(ingest_, SIGTERM);
+  stop(ingest_);
   const std::vector<std::string> got = archive();
   expectSubsequence(played(0, 5000), got);
   expectSubsequence(played(6000, 8000), got);
@@ -241,9 +226,8 @@ TEST_F(IngestChain, FullDiskIsLoggedServedLiveAndRecovers) {
   ASSERT_EQ(mount("tmpfs", raw_.c_str(), "tmpfs", MS_REMOUNT, "size=1m"), 0) << strerror(errno);
   usleep(1500000);
   live.reset();
-  const pid_t pid = pidOf("tern1");
-  kill(pid, SIGTERM);
-  stop(pid);
+  kill(ingest_, SIGTERM);
+  stop(ingest_);
   EXPECT_TRUE(archive() == played(0, n));
 }
 
