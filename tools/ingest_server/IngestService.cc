@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <errno.h>
+#include <malloc.h>
 #include <rpc/rpc_com.h>
 #include <rpc/rpcb_clnt.h>
 #include <string.h>
@@ -106,6 +107,7 @@ void IngestService::handle(struct pollfd* fds, size_t first) {
     ClientQueue& c = **it;
     if (fds[i].revents & (POLLIN | POLLHUP | POLLERR)) c.drain();
     if (!c.dead() && (fds[i].revents & POLLOUT)) c.writable();
+    ended_ = ended_ || c.dead();
     it = c.dead() ? clients_.erase(it) : std::next(it);
   }
   // Last: serving a call may add or drop clients and svc descriptors.
@@ -150,7 +152,9 @@ void IngestService::track(bool accepting, const std::vector<int>& readable) {
   std::set<int> live;
   for (int k = 0; k < svc_max_pollfd; ++k)
     if (svc_pollfd[k].fd >= 0 && svc_pollfd[k].fd != listenFd_) live.insert(svc_pollfd[k].fd);
+  const size_t had = callers_.size();
   for (auto it = callers_.begin(); it != callers_.end();) it = live.count(it->first) ? std::next(it) : callers_.erase(it);
+  ended_ = ended_ || callers_.size() < had;
   for (int fd : readable) {
     auto it = callers_.find(fd);
     if (it == callers_.end()) continue;
@@ -204,6 +208,14 @@ void IngestService::expire() {
     logit(LOG_INFO, "datagram destination %s:%u expired: not renewed for %.0f s", dotted((*it)->address).c_str(),
           (*it)->port, kLeaseSeconds);
     it = clients_.erase(it);
+    ended_ = true;
+  }
+  // What ended connections held goes back to the system, not only to the
+  // allocator, at most once a second.
+  if (ended_ && now_ >= nextTrim_) {
+    malloc_trim(0);
+    ended_ = false;
+    nextTrim_ = now_ + 1;
   }
 }
 
@@ -295,6 +307,7 @@ int IngestService::change(rpcproc_t proc, const connect_t& p, struct svc_req* rq
   if (it == clients_.end()) return -1;
   if (proc == INGEST_DISCONNECT) {
     clients_.erase(it);
+    ended_ = true;
     return 0;
   }
   if (p.channels.channels_len != 8) return -1;

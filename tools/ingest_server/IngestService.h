@@ -109,6 +109,8 @@ class IngestService {
   std::map<int, Caller> callers_;  // by descriptor
   std::set<int> called_;           // descriptors that completed a call in this handle()
   double listenPausedUntil_ = 0;
+  bool ended_ = false;  // a connection has ended since the last trim
+  double nextTrim_ = 0;
   Throttle refusals_, hangUps_, limits_;
 };
 
