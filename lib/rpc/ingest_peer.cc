@@ -1,20 +1,24 @@
 #include "rpc/ingest_peer.h"
 
-#include <netdb.h>
+#include <arpa/inet.h>
 #include <string.h>
 #include <sys/socket.h>
 
-bool ingest_peer_address(const connect_t& p, struct svc_req* rq, struct sockaddr_in* to) {
-  struct addrinfo hints = {}, *ai = nullptr;
-  hints.ai_family = AF_INET;
-  if (getaddrinfo(p.name, nullptr, &hints, &ai) == 0) {
-    memcpy(to, ai->ai_addr, sizeof *to);
-    freeaddrinfo(ai);
-  } else {
-    const struct netbuf* caller = svc_getrpccaller(rq->rq_xprt);
-    if (caller->len < sizeof *to) return false;
-    memcpy(to, caller->buf, sizeof *to);
+bool ingest_peer_address(const connect_t& p, struct svc_req* rq, struct sockaddr_in* to, const char** why) {
+  const struct netbuf* caller = svc_getrpccaller(rq->rq_xprt);
+  struct sockaddr_in from;
+  if (caller == nullptr || caller->len < sizeof from) {
+    if (why) *why = "the caller has no IPv4 address";
+    return false;
   }
+  memcpy(&from, caller->buf, sizeof from);
+  struct in_addr named;
+  if (from.sin_family != AF_INET ||
+      (p.name != nullptr && inet_pton(AF_INET, p.name, &named) == 1 && named.s_addr != from.sin_addr.s_addr)) {
+    if (why) *why = "data go only to the caller's own address";
+    return false;
+  }
+  *to = from;
   to->sin_port = htons(p.s_port);
   return true;
 }

@@ -44,6 +44,7 @@ class ClientQueue {
   const unsigned short port;
   const uint32_t address;  // host order
   const bool dgram;
+  double leaseEnd = 0;  // datagrams: when the destination expires unless renewed
   int writeerr = 0, partialWrites = 0, blockedWrites = 0, unreachable = 0;
   unsigned long nsamples = 0, nwrites = 0, nlost = 0;
 

@@ -3,20 +3,30 @@
 // module number, version 1, and the data connections it opens back to its
 // clients.  Everything runs in the caller's poll loop: pollFds() lists the
 // descriptors to watch, handle() serves what poll found, deliver() and send()
-// hand each client the samples of its channels.
+// hand each client the samples of its channels.  handle() must run at least
+// once a second: it also enforces the time bounds below.
+//
+// The service faces whatever reaches the station's network, so nothing a
+// caller does may hold the loop: calls are read without blocking, only
+// addresses on the allow-list are served, data go back only to the caller's
+// own address, and every resource a caller can take is bounded.
 #ifndef HERON_INGEST_SERVER_INGESTSERVICE_H
 #define HERON_INGEST_SERVER_INGESTSERVICE_H
 
 #include <poll.h>
 #include <rpc/rpc.h>
 
+#include <functional>
 #include <list>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "ClientQueue.h"
 #include "rpc/ingest_rpc.h"
+#include "site/AllowList.h"
 
 // What INGEST_INPUT_STATUS reports; kept up to date by the acquisition.
 struct InputState {
@@ -29,8 +39,19 @@ struct InputState {
 
 class IngestService {
  public:
-  // Registers the service; throws oru::Exception when it cannot.
-  IngestService(int moduleNumber, const InputState& input);
+  static const size_t kMaxCallers = 32;         // RPC connections at once
+  static const size_t kMaxClients = 64;         // data connections, stream and datagram
+  static const unsigned kMaxRecord = 8 * 1024;  // one call, in bytes
+  static constexpr double kCallSeconds = 10;    // to send the rest of a call begun
+  static constexpr double kIdleSeconds = 60;    // an RPC connection between calls
+  static constexpr double kLeaseSeconds = 600;  // a datagram destination not renewed
+
+  using Clock = std::function<double()>;
+  static double monotonic();  // CLOCK_MONOTONIC in seconds
+
+  // Registers the service, serving the callers `allow` lets in, with the
+  // time bounds measured on clock; throws oru::Exception when it cannot.
+  IngestService(int moduleNumber, const InputState& input, AllowList allow, Clock clock = monotonic);
   // Closes every connection and withdraws the registration.
   ~IngestService();
   IngestService(const IngestService&) = delete;
@@ -50,14 +71,47 @@ class IngestService {
 
  private:
   friend struct IngestDispatch;
+  using Clients = std::list<std::unique_ptr<ClientQueue>>;
+  // One RPC connection: since when it has been idle (busy false) or owes
+  // the rest of a call (busy), and its peer.
+  struct Caller {
+    double since = 0;
+    bool busy = false, closing = false;
+    uint32_t peer = 0;  // host order
+    unsigned short port = 0;
+  };
+  // A kind of warning logged at most once a minute, with a count of those
+  // held back.
+  struct Throttle {
+    double next = 0;
+    unsigned held = 0;
+  };
+
   int connect(const connect_t& p, struct svc_req* rq);
-  std::list<std::unique_ptr<ClientQueue>>::iterator find(const connect_t& p);
+  int change(rpcproc_t proc, const connect_t& p, struct svc_req* rq);
+  Clients::iterator find(const connect_t& p, const struct sockaddr_in& to);
+  bool admitCall(SVCXPRT* xprt);
+  bool spareDescriptor();
+  void track(bool accepting, const std::vector<int>& readable);
+  void admit(int fd);
+  void expire();
+  void hangUp(int fd);
+  void warn(Throttle& t, const char* what, uint32_t peer);
 
   rpcprog_t prog_;
   const InputState& input_;
+  const AllowList allow_;
+  const Clock clock_;
+  double now_ = 0;  // the clock when handle() began
   int listenFd_ = -1;
   SVCXPRT* xprt_ = nullptr;
-  std::list<std::unique_ptr<ClientQueue>> clients_;
+  Clients clients_;
+  std::map<int, Caller> callers_;  // by descriptor
+  std::set<int> called_;           // descriptors that completed a call in this handle()
+  double listenPausedUntil_ = 0;
+  bool ended_ = false;  // a connection has ended since the last trim
+  double nextTrim_ = 0;
+  Throttle refusals_, hangUps_, limits_;
 };
 
 #endif

@@ -36,6 +36,7 @@
 #include "calconf/TernList.h"
 #include "port/opentty.h"
 #include "samples/StreamInputs.h"
+#include "site/AllowList.h"
 #include "site/IngestConfig.h"
 
 namespace {
@@ -134,7 +135,7 @@ int run(int argc, char** argv) {
   input.started = now();
   OwlFastoutRawDataInput in(port.device.c_str(), port.station.c_str(), module.number, port.fd);
   in.setNonBlocking(1);
-  IngestService service(module.number, input);
+  IngestService service(module.number, input, siteAllowList());
   logit(LOG_NOTICE, "%s on %s: archiving to %s, serving program %#x", port.station.c_str(), port.device.c_str(),
         archives.directory().c_str(), static_cast<unsigned>(INGEST_PROG + module.number));
 

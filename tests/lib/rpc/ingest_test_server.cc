@@ -7,12 +7,11 @@
 // as given) with the rpcbind on 127.0.0.1, prints "ready" and serves until
 // SIGTERM or SIGINT.
 //
-// Served normally, INGEST_CONNECT connects back to name:port (stream) or sends
-// datagrams there, falling back to the caller's address when the name does
-// not resolve; every 20 ms each connection gets one raw sample of every
-// channel in its mask: the 6-byte header (big-endian time tag in milliseconds
-// of the day, channel, length 4) and the connection's tick count, big-endian,
-// as data.  INGEST_DISCONNECT and INGEST_RESET_CONNECT act on the connection
+// Served normally, INGEST_CONNECT connects back to the caller's address at
+// the announced port (stream) or sends datagrams there, as Ingest does;
+// every 20 ms each connection gets one raw sample of every channel in its
+// mask: the 6-byte header (big-endian time tag in milliseconds of the day,
+// channel, length 4) and the connection's tick count, big-endian, as data.  INGEST_DISCONNECT and INGEST_RESET_CONNECT act on the connection
 // of the same name and port.  With --no-connect-back INGEST_CONNECT is
 // accepted but never connected back; with --stranger a connection from
 // 127.0.0.2 that sends "stranger" comes first.
@@ -74,8 +73,7 @@ bool copyMask(uint32_t* mask, const connect_t& p) {
   return true;
 }
 
-// Connects to the client's data socket: its announced name, else where the
-// call came from.
+// Connects to the client's data socket, where the call came from.
 int openBack(const connect_t& p, struct svc_req* rq) {
   struct sockaddr_in to;
   if (!ingest_peer_address(p, rq, &to)) return -1;
