@@ -13,7 +13,6 @@ void IntervalStats::Moments::add(double a, double b) {
 IntervalStats::IntervalStats(double seconds, size_t ncols, const std::vector<std::pair<int, int>>& pairs,
                              TableSink* next)
     : seconds_(seconds),
-      ncols_(ncols),
       pairs_(pairs),
       next_(next),
       single_(ncols),

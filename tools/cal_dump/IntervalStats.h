@@ -42,7 +42,6 @@ class IntervalStats : public TableSink {
   void flush();
 
   double seconds_;
-  size_t ncols_;
   std::vector<std::pair<int, int>> pairs_;
   TableSink* next_;
   double start_ = 0;  // of the current interval

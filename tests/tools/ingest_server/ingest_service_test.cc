@@ -48,8 +48,7 @@ bool closedByPeer(int fd) {
 class Service : public ::testing::Test {
  protected:
   void SetUp() override {
-    const std::string e = heron_test::ensureRpcbind();
-    if (!e.empty()) GTEST_SKIP() << e;
+    HERON_REQUIRE_RPCBIND();
     signal(SIGPIPE, SIG_IGN);  // as Ingest has it
     AllowList hosts;  // 127.0.0.1 to .3, not the stranger at 127.0.0.4
     hosts.nets = {{0x7f000000, 0xfffffffc}};
