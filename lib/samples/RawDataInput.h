@@ -123,6 +123,9 @@ class RawDataInput {
   }
 
  protected:
+  // Reads `s` from now on instead of the descriptor.
+  void setSource(std::unique_ptr<ByteSource> s) { source = std::move(s); }
+
   int fd;
   int ternIndex;
   std::string name;

@@ -13,7 +13,9 @@ struct ingest_connect;
 
 // The samples of some channels of one module, sent by the ingest server to
 // a socket of our own.  A connection that cannot be made is reported with
-// ingest_perror and ends the process with status 1.
+// ingest_perror and ends the process with status 1.  The server drops a
+// datagram destination that its owner does not renew within ten minutes, so
+// a datagram connection renews itself every five, also while it waits.
 class IngestRawDataInput : public RawDataInput {
  public:
   // socketType 2 asks for datagrams, anything else for a stream.
