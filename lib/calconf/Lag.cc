@@ -92,7 +92,8 @@ void Lag::check(const std::string& file, SiteFaults* faults) {
     } catch (const BadConfigurationException& e) {
       const std::string text = e.toString(), prefix = lag.lagFileName + ":" + std::to_string(lag.line_) + ": ";
       const size_t at = text.find(prefix);
-      faults->push_back(SiteFault{lag.lagFileName, lag.line_, at == std::string::npos ? text : text.substr(at + prefix.size())});
+      faults->push_back(
+          SiteFault{lag.lagFileName, lag.line_, at == std::string::npos ? text : text.substr(at + prefix.size())});
       if (ferror(lag.fp)) break;
     }
   }

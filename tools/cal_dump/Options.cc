@@ -72,6 +72,38 @@ int fail(const char* what, const char* text) {
 
 }  // namespace
 
+namespace {
+// What the options say together: one source, a file for NETCDF, -a for
+// -c, and the span.
+int checkAll(Options* o, const char* startText, const char* endText, const char* zone) {
+  if (o->live == (startText != nullptr)) {
+    fputs(o->live ? "cal_dump: -l reads live: it takes no -s\n" : kUsage, stderr);
+    return 1;
+  }
+  if (o->format == NETCDF && o->output.empty()) {
+    fputs("cal_dump: NETCDF is written to a file: give -o FILE\n", stderr);
+    return 1;
+  }
+  if (!o->pairs.empty() && o->interval <= 0) {
+    fputs("cal_dump: covariances (-c) are statistics: give -a SECONDS\n", stderr);
+    return 1;
+  }
+  if (o->live) return -1;
+  UTime::setTZ(zone);
+  const int local = zone != nullptr && zone[0] != '\0';
+  if (!readTime(startText, local, &o->start)) return fail("-s: the start time is not a time from 1970 to 2100:", startText);
+  if (endText == nullptr)
+    o->end = o->start + 86400.0;
+  else if (!readTime(endText, local, &o->end))
+    return fail("-e: the end time is not a time from 1970 to 2100:", endText);
+  if (!(o->end > o->start)) {
+    fprintf(stderr, "cal_dump: the end time \"%s\" is not after the start time \"%s\"\n", endText, startText);
+    return 1;
+  }
+  return -1;
+}
+}  // namespace
+
 int readOptions(int argc, char** argv, Options* o) {
   enum { kPlot = 256, kPlotSize, kVersion };
   static const struct option kLong[] = {{"help", no_argument, nullptr, 'h'},
@@ -119,7 +151,8 @@ int readOptions(int argc, char** argv, Options* o) {
       case kPlotSize: {
         char extra;
         if (strspn(optarg, "0123456789x") != strlen(optarg) || strlen(optarg) > 11 ||
-            sscanf(optarg, "%dx%d%c", &o->plotWidth, &o->plotHeight, &extra) != 2 || o->plotWidth < 64 || o->plotHeight < 64 ||
+            sscanf(optarg, "%dx%d%c", &o->plotWidth, &o->plotHeight, &extra) != 2 || o->plotWidth < 64 ||
+            o->plotHeight < 64 ||
             o->plotWidth > 20000 || o->plotHeight > 20000)
           return fail("--plot-size: the plot size is WIDTHxHEIGHT in pixels, 64 to 20000, not", optarg);
         break;
@@ -130,29 +163,5 @@ int readOptions(int argc, char** argv, Options* o) {
     }
   }
   for (int i = optind; i < argc; ++i) o->variables.push_back(argv[i]);
-  if (o->live == (startText != nullptr)) {
-    fputs(o->live ? "cal_dump: -l reads live: it takes no -s\n" : kUsage, stderr);
-    return 1;
-  }
-  if (o->format == NETCDF && o->output.empty()) {
-    fputs("cal_dump: NETCDF is written to a file: give -o FILE\n", stderr);
-    return 1;
-  }
-  if (!o->pairs.empty() && o->interval <= 0) {
-    fputs("cal_dump: covariances (-c) are statistics: give -a SECONDS\n", stderr);
-    return 1;
-  }
-  if (o->live) return -1;
-  UTime::setTZ(zone);
-  const int local = zone != nullptr && zone[0] != '\0';
-  if (!readTime(startText, local, &o->start)) return fail("-s: the start time is not a time from 1970 to 2100:", startText);
-  if (endText == nullptr)
-    o->end = o->start + 86400.0;
-  else if (!readTime(endText, local, &o->end))
-    return fail("-e: the end time is not a time from 1970 to 2100:", endText);
-  if (!(o->end > o->start)) {
-    fprintf(stderr, "cal_dump: the end time \"%s\" is not after the start time \"%s\"\n", endText, startText);
-    return 1;
-  }
-  return -1;
+  return checkAll(o, startText, endText, zone);
 }

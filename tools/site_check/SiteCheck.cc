@@ -32,7 +32,9 @@ SiteFault faultOf(const std::string& file, const oru::Exception& e) {
   const size_t kind = text.find(": ");
   if (kind != std::string::npos && text.compare(0, kind, "BadConfigurationException") == 0)
     text.erase(0, kind + 2);
+  if (text.compare(0, 13, "IOException: ") == 0) text.erase(0, 13);
   const std::string prefix = file + ":";
+  if (text.compare(0, prefix.size() + 1, prefix + " ") == 0) return SiteFault{file, 0, text.substr(prefix.size() + 1)};
   if (text.compare(0, prefix.size(), prefix) == 0) {
     char* end;
     const long line = strtol(text.c_str() + prefix.size(), &end, 10);
@@ -114,7 +116,8 @@ void checkCalFile(const std::string& name, SiteCheck* run) {
   for (const std::string& place : places)
     if (fp == nullptr && (fp = fopen(place.c_str(), "r")) != nullptr) places = {place};
   if (fp == nullptr) {
-    run->faults.push_back(SiteFault{places.back(), 0, "calibration file " + name + ": " + oru::Exception::errnoToString(errno)});
+    const std::string why = oru::Exception::errnoToString(errno);
+    run->faults.push_back(SiteFault{places.back(), 0, "calibration file " + name + ": " + why});
     return;
   }
   int line = 0;
