@@ -57,7 +57,12 @@ bool Lag::readNext() {
   while (fgets(buf, sizeof buf, fp)) {
     ++line_;
     const std::string where = lagFileName + ":" + std::to_string(line_) + ": ";
-    if (!strchr(buf, '\n') && !feof(fp)) throw BadConfigurationException(where + "line too long");
+    if (!strchr(buf, '\n') && !feof(fp)) {
+      int c;
+      while ((c = getc(fp)) != EOF && c != '\n') {
+      }  // the next read starts on the next line
+      throw BadConfigurationException(where + "line too long");
+    }
     double t = 0;
     float value = 0;
     const std::string fault = parseLine(buf, &t, &value);
