@@ -29,7 +29,6 @@ int lineCount(const std::string& path) {
 }
 
 TEST(SiteCheck, EveryFaultOfABrokenSite) {
-  const std::string ops = "projects/demo/ops1/";
   const Case cases[] = {
       {"config/kites_config", "kites_number tern9 -5\nkites_number tern8 4294967297\nkites_number\n",
        {{1, "module number \"-5\" is not 0 to 1048575"}, {2, "module number \"4294967297\" is not 0 to 1048575"},
@@ -48,7 +47,8 @@ TEST(SiteCheck, EveryFaultOfABrokenSite) {
        {{1, "a time and 2 values, where the first record has 3"}}},
       {"projects/demo/ops1/archive_config", "directory \"$HERON/config/kites_config/raw\" ;\n",
        {{0, "raw-data directory "}}},
-      {"projects/demo/ops1/did.config", nullptr, {{0, "No such file or directory"}}},
+      {"projects/demo/ops1/prep.config", "sensor x { module ;\n", {{1, "syntax error"}}},
+      {"projects/demo/ops1/did.config", nullptr, {{0, "open: No such file or directory"}}},
   };
   for (const Case& c : cases) {
     ScratchSite site("demo", "ops1");
