@@ -1,7 +1,8 @@
 #!/bin/sh
 # Builds serial_ingest and shows it at work without hardware: the example
 # site's raw data are played, as an acquisition module's fast output, into a
-# pseudo-terminal on which serial_ingest samples; then the whole chain runs
+# pseudo-terminal on which serial_ingest samples (after site_check has read
+# every site file); then the whole chain runs
 # live (playback, port, serial_ingest -z, Ingest, archive and a live client:
 # scripts/demo-chain.sh); then the site's archive is dumped in time order, a few of its variables are printed calibrated,
 # and the start of the gas analyser's stream is
@@ -10,12 +11,16 @@ set -eu
 cd "$(dirname "$0")/.."
 sh scripts/install-deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j "$(nproc)" --target serial_ingest raw_playback raw_dump cal_dump ingest_server ingest_status
+cmake --build build -j "$(nproc)" --target serial_ingest raw_playback raw_dump cal_dump ingest_server ingest_status site_check
 HERON=$(pwd)/examples/site
 PROJECT=demo
 OPS=ops1
 export HERON PROJECT OPS
 raw=$HERON/projects/$PROJECT/$OPS/raw
+echo "== site_check: every file of the example site, as the unit checks a site"
+echo "   before a start or a reload"
+build/tools/site_check/site_check -v
+echo
 echo "== serial_ingest sampling a pseudo-terminal at 230400 baud, fed with"
 echo "   $raw/tern1_20261121_120000.raw at ten times its speed"
 echo "   (first 12 lines, then every 250th; the line hangs up at the end)"

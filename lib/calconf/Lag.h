@@ -7,7 +7,7 @@
 //   1795262400               0.30     (seconds since 1970 also do)
 //
 // The time is anything UTime reads (UTC); the lag is the last word of the
-// line.  Blank lines and "#" comments are skipped; times must not decrease.
+// line, at most a day (86400 s) either way.  Blank lines and "#" comments are skipped; times must not decrease.
 // Before the first time the first lag applies, after the last the last.
 #ifndef HERON_CALCONF_LAG_H
 #define HERON_CALCONF_LAG_H
@@ -15,6 +15,8 @@
 #include <stdio.h>
 
 #include <string>
+
+#include "site/SiteFault.h"
 
 class Lag {
  public:
@@ -33,6 +35,10 @@ class Lag {
   // force.  Throws BadConfigurationException "<file>:<line>: <what>" for a
   // file that cannot be opened or read.
   float GetLag(double t);
+
+  // Reads the whole lag file (a name with "$" components) and adds each
+  // fault of it to faults.
+  static void check(const std::string& file, SiteFaults* faults);
 
   // A fixed lag other than zero, or a lag file.
   bool NonZero() const { return lag != 0.0f || !lagFileName.empty(); }

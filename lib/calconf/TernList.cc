@@ -1,7 +1,11 @@
 #include "calconf/TernList.h"
 
+#include <errno.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+
+#include <sstream>
 
 #include "base/Exception.h"
 #include "site/heron_fopen.h"
@@ -9,25 +13,60 @@
 std::unique_ptr<TernList::Entry> TernList::_head;
 int TernList::_nterns = 0;
 
-void TernList::initialize() {
-  if (_head) return;
-  std::string path = "$HERON/config/kites_config";
+namespace {
+// The fault of one line's words after "kites_number", or "" with name and
+// number set.
+std::string readEntry(std::istringstream& words, std::string* name, int* number) {
+  std::string text;
+  if (!(words >> *name >> text)) return "expected \"kites_number NAME NUMBER\"";
+  char* end;
+  errno = 0;
+  const long value = strtol(text.c_str(), &end, 10);
+  if (*end != '\0' || errno == ERANGE || value < 0 || value > TernList::kMaxModule)
+    return "module number \"" + text + "\" is not 0 to " + std::to_string(TernList::kMaxModule);
+  *number = static_cast<int>(value);
+  return "";
+}
+}  // namespace
+
+void TernList::read(const std::string& file, bool collect, SiteFaults* faults) {
+  std::string path = file;
   ConfigFile opened = openConfigFile(path);
   FILE* fp = opened.get();
-  int largest = -1;
-  char word[100];
-  while (fscanf(fp, "%99s", word) == 1) {
-    char name[50];
-    int number;
-    if (strcmp(word, "kites_number") == 0 && fscanf(fp, "%49s %d", name, &number) == 2) {
+  int largest = -1, line = 0;
+  char* text = nullptr;
+  size_t size = 0;
+  std::unique_ptr<char*, void (*)(char**)> release(&text, [](char** p) { free(*p); });
+  while (getline(&text, &size, fp) >= 0) {
+    ++line;
+    std::istringstream words(text);
+    std::string first, name;
+    int number = 0;
+    if (!(words >> first) || first != "kites_number") continue;
+    const std::string fault = readEntry(words, &name, &number);
+    if (!fault.empty()) {
+      if (!collect) throw BadConfigurationException(path + ":" + std::to_string(line) + ": " + fault);
+      faults->push_back(SiteFault{path, line, fault});
+    } else if (!collect) {
       _head.reset(new Entry{name, number, std::move(_head)});
       if (number > largest) largest = number;
     }
-    if (fscanf(fp, "%*[^\n]") == EOF) break;
   }
-  _nterns = largest + 1;
+  if (ferror(fp)) throw BadConfigurationException(oru::IOException(path.c_str(), "read", errno));
+  if (!collect) _nterns = largest + 1;
 }
 
+void TernList::initialize() {
+  if (_head) return;
+  try {
+    read("$HERON/config/kites_config", false, nullptr);
+  } catch (...) {
+    clear();
+    throw;
+  }
+}
+
+void TernList::check(const std::string& path, SiteFaults* faults) { read(path, true, faults); }
 const TernList::Entry& TernList::TernInfo(const char* name) {
   initialize();
   for (const Entry* e = _head.get(); e; e = e->next.get())

@@ -3,12 +3,18 @@
 // first look-up (or initialize()), and kept until clear().
 //
 // kites_config: a line whose first word is "kites_number" names a module and
-// its number ("kites_number tern1 1"); every other line is skipped whole.
+// its number ("kites_number tern1 1"; later words are ignored); every other
+// line is skipped whole.  A module number is 0 to kMaxModule: the module's
+// ingest program, 0x20000010 plus its number, stays among the transient
+// program numbers, and the calibration's per-module tables (as many rows as
+// the largest number plus one) stay a few tens of megabytes.
 #ifndef HERON_CALCONF_TERNLIST_H
 #define HERON_CALCONF_TERNLIST_H
 
 #include <memory>
 #include <string>
+
+#include "site/SiteFault.h"
 
 class TernList {
  public:
@@ -18,9 +24,17 @@ class TernList {
     std::unique_ptr<Entry> next;
   };
 
+  static const int kMaxModule = (1 << 20) - 1;
+
   // Reads kites_config unless the list exists already.  Throws
-  // BadConfigurationException when the file cannot be opened.
+  // BadConfigurationException when the file cannot be opened or read, and
+  // "<file>:<line>: <what>" for a kites_number line without a name and a
+  // number in range.
   static void initialize();
+
+  // Reads the kites_config at path (a name with "$" components) and adds
+  // every fault of it to faults; the list is not touched.
+  static void check(const std::string& path, SiteFaults* faults);
 
   // The module of that name or number (reading the list first if needed).
   // Throws BadConfigurationException
@@ -39,6 +53,8 @@ class TernList {
   static void clear();
 
  private:
+  static void read(const std::string& path, bool collect, SiteFaults* faults);
+
   static std::unique_ptr<Entry> _head;  // last read first
   static int _nterns;
 };

@@ -7,6 +7,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <string>
+
 #include "calib/cal_parse.h"
 extern "C" {
 #include "calib/calfile_parser.h"
@@ -50,6 +52,16 @@ int64_t days_from_civil(int64_t y, int64_t m, int64_t d) {
   return era * 146097 + doe - 719468;
 }
 
+// Keeps the first fault of a checked file; true when st is checking.
+bool keepFault(struct cal_parse* st, const std::string& what) {
+  if (!st->quiet) return false;
+  if (st->fault_line == 0) {
+    st->fault_line = st->line > 0 ? st->line : 1;
+    snprintf(st->fault, sizeof st->fault, "%s", what.c_str());
+  }
+  return true;
+}
+
 }  // namespace
 
 extern "C" void cal_parse_value(struct cal_parse* st, double v) {
@@ -76,6 +88,9 @@ extern "C" int cal_parse_record(struct cal_parse* st, double t) {
   int n = st->nvalues;
   st->nvalues = 0;
   if (cal->nrecords > 0 && n != cal->ndata) {
+    if (keepFault(st, "a time and " + std::to_string(n) + " values, where the first record has " +
+                          std::to_string(cal->ndata)))
+      return 1;
     fprintf(stderr, "Inconsistant number of calibration parameters in file %s\n",
             cal->cal_file_name);
     fprintf(stderr, "First record contained time + %d data elements\n", cal->ndata);
@@ -119,6 +134,7 @@ extern "C" double cal_parse_hhmmss(double v) {
 }
 
 extern "C" void cal_parse_error(struct cal_parse* st, const char* what) {
+  if (keepFault(st, what)) return;
   fprintf(stderr, "%s in line %d of calibration file: %s\n", what, st->line,
           st->cal->cal_file_name);
 }
@@ -141,6 +157,9 @@ extern "C" char* cal_parse_string(const char* text, size_t len) {
 }
 
 extern "C" void cal_parse_bad_char(struct cal_parse* st, unsigned char c) {
+  char text[64];
+  snprintf(text, sizeof text, "unrecognized character '\\%03o'", c);
+  if (keepFault(st, text)) return;
   fprintf(stderr, "Unrecognized character, '%c' ('\\%#o'), at line %d\n", c, c, st->line);
 }
 
@@ -153,7 +172,29 @@ extern "C" void free_cal_file(calib_struct* cal) {
   free(cal);
 }
 
+namespace {
+int parseStream(FILE* fp, const char* name, calib_struct** result, struct cal_parse* check);
+}
+
 extern "C" int parse_cal_stream(FILE* fp, const char* name, calib_struct** result) {
+  return parseStream(fp, name, result, nullptr);
+}
+
+extern "C" int check_cal_stream(FILE* fp, const char* name, int* line, char* what, size_t size) {
+  struct cal_parse st;
+  memset(&st, 0, sizeof st);
+  calib_struct* cal = nullptr;
+  const int status = parseStream(fp, name, &cal, &st);
+  free_cal_file(cal);
+  if (status == 0 && st.fault_line == 0) return 0;
+  *line = st.fault_line;
+  snprintf(what, size, "%s", status < 0 ? "out of memory" : st.fault);
+  return 1;
+}
+
+namespace {
+// parse_cal_stream; with check set, the state is kept there and checking.
+int parseStream(FILE* fp, const char* name, calib_struct** result, struct cal_parse* check) {
   *result = nullptr;
   calib_struct* cal = static_cast<calib_struct*>(calloc(1, sizeof(calib_struct)));
   if (!cal) {
@@ -163,8 +204,10 @@ extern "C" int parse_cal_stream(FILE* fp, const char* name, calib_struct** resul
   cal->cal_file_name = strdup(name);
   if (!cal->cal_file_name) calib_alloc_fail("allocating calib struct");
 
-  struct cal_parse st;
+  struct cal_parse local;
+  struct cal_parse& st = check != nullptr ? *check : local;
   memset(&st, 0, sizeof st);
+  st.quiet = check != nullptr;
   st.cal = cal;
   st.line = 1;
   st.next_line = 1;
@@ -197,6 +240,7 @@ extern "C" int parse_cal_stream(FILE* fp, const char* name, calib_struct** resul
   *result = cal;
   return 0;
 }
+}  // namespace
 
 extern "C" FILE* open_cal_file(const char* name) {
   errno = 0;

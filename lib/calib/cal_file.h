@@ -5,6 +5,7 @@
 #ifndef HERON_CALIB_CAL_FILE_H
 #define HERON_CALIB_CAL_FILE_H
 
+#include <stddef.h>
 #include <stdio.h>
 
 #ifdef __cplusplus
@@ -36,6 +37,12 @@ calib_struct* read_cal_file(const char* name);
 // returns 1 instead of exiting; returns -1 when the structure itself cannot
 // be allocated.
 int parse_cal_stream(FILE* fp, const char* name, calib_struct** result);
+
+// Checks an open stream in the loaded form, printing nothing: 0 when it
+// parses clean, else 1 with the line and text of its first fault (a syntax
+// error, a character that starts no token, a record whose value count
+// differs from the first's) in *line and what (of size bytes).
+int check_cal_stream(FILE* fp, const char* name, int* line, char* what, size_t size);
 
 // Releases a structure from read_cal_file or parse_cal_stream.
 void free_cal_file(calib_struct* cal);

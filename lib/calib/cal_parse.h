@@ -20,6 +20,9 @@ struct cal_parse {
   int nvalues;        // values of the record being read
   int line;           // line of the token scanned last, from 1
   int next_line;      // line of the next token
+  int quiet;          // checking: keep the first fault below instead of printing
+  int fault_line;     // line of the first fault kept, 0 while there is none
+  char fault[160];    // its text
 };
 
 // Appends a value to the record being read.

@@ -12,22 +12,9 @@
 #include <string>
 
 #include "base/Exception.h"
+#include "port/LineSettings.h"
 
 namespace {
-struct BaudRow {
-  speed_t code;
-  int rate;
-};
-
-// Scanned in order.  The last row pairs the 230400 code with 23040: sites ask
-// for "23040" to get 230400 baud, and that request is kept working.
-const BaudRow kBaudTable[19] = {
-    {B0, 0},         {B50, 50},       {B75, 75},         {B110, 110},       {B134, 134},
-    {B150, 150},     {B200, 200},     {B300, 300},       {B600, 600},       {B1200, 1200},
-    {B1800, 1800},   {B2400, 2400},   {B4800, 4800},     {B9600, 9600},     {B19200, 19200},
-    {B38400, 38400}, {B57600, 57600}, {B115200, 115200}, {B230400, 23040},
-};
-
 const char* const kModemNames[9] = {"LE", "DTR", "RTS", "ST", "SR", "CTS", "CD", "RNG", "DSR"};
 const int kModemBits[9] = {TIOCM_LE,  TIOCM_DTR, TIOCM_RTS, TIOCM_ST, TIOCM_SR,
                            TIOCM_CTS, TIOCM_CD,  TIOCM_RNG, TIOCM_DSR};
@@ -65,32 +52,24 @@ int TTy::open(int mode, int baud, const char* parity, int charsize, int stopb, i
 }
 
 void TTy::set_usual(int baud, const char* parity, int charsize, int stopb, int local) {
-  // "Not found" is recognised by the result still being B50, so a request
-  // for 50 baud counts as unknown too.
-  speed_t code = B50;
-  for (const BaudRow& row : kBaudTable) {
-    if (row.rate == baud) {
-      code = row.code;
-      break;
-    }
-  }
-  if (code == B50) {
+  speed_t code;
+  if (!baudCode(baud, &code)) {
     fprintf(stderr, "Warning: unknown baud rate: %d\n", baud);
     code = B0;
   }
   tcflag_t& c = _tio.c_cflag;
   c = (c & ~(CBAUD | CBAUDEX)) | code;
 
-  if (strcmp(parity, "none") == 0) {
+  if (!knownParity(parity)) {
+    fprintf(stderr, "Warning: unknown parity: %s\n", parity);
+    c &= ~PARENB;
+  } else if (strcmp(parity, "none") == 0) {
     c &= ~PARENB;
   } else if (strcmp(parity, "even") == 0) {
     c |= PARENB;
     c &= ~PARODD;
-  } else if (strcmp(parity, "odd") == 0) {
-    c |= PARENB | PARODD;
   } else {
-    fprintf(stderr, "Warning: unknown parity: %s\n", parity);
-    c &= ~PARENB;
+    c |= PARENB | PARODD;
   }
 
   c &= ~CSIZE;

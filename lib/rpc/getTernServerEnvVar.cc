@@ -5,6 +5,7 @@
 #include "base/Exception.h"
 #include "rpc/rpc_client.h"
 #include "rpc/ternserver.h"
+#include "rpc/xdr_size_bound.h"
 
 namespace {
 
@@ -40,6 +41,8 @@ std::string getTernServerEnvVar(const char* name) {
     throw oru::IOException("ternserver rpc connection", host, trimmed(clnt_sperror(clnt.get(), host)).c_str());
   clnt.reset();
   std::string value(*res != nullptr ? *res : "");
-  xdr_free(reinterpret_cast<xdrproc_t>(xdr_wrapstring), reinterpret_cast<char*>(res));
+  // The library's xdr_wrapstring frees nothing over 9000 bytes: it checks
+  // its own bound before it releases.
+  xdr_free(reinterpret_cast<xdrproc_t>(heron_xdr_wrapstring), reinterpret_cast<char*>(res));
   return value;
 }

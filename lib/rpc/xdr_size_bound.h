@@ -9,6 +9,11 @@
 // XDR_ARRAY_MAX elements is refused (FALSE, as for any malformed input; a
 // call then fails with "RPC: Can't decode result").  Encoding is held to the
 // same bounds; releasing (XDR_FREE) is never refused.
+//
+// A string has no bound of its own: a module server's value may be of any
+// length, so a string is bounded only by the whole reply that carries it
+// (RPC_REPLY_MAX_BYTES, deadline_client.h), which the clients read whole
+// before they decode a byte.
 #ifndef HERON_XDR_SIZE_BOUND_H
 #define HERON_XDR_SIZE_BOUND_H
 
@@ -18,9 +23,9 @@
 extern "C" {
 #endif
 
-// Far above any host name, setting, path or error text of the servers, and
-// any channel mask (8 words).
-enum { XDR_STRING_MAX = 4096, XDR_ARRAY_MAX = 4096 };
+// XDR_STRING_MAX is the reply bound (1 MiB); XDR_ARRAY_MAX is far above any
+// channel mask (8 words).
+enum { XDR_STRING_MAX = 1 << 20, XDR_ARRAY_MAX = 4096 };
 
 bool_t heron_xdr_string(XDR* xdrs, char** sp, u_int maxsize);
 bool_t heron_xdr_wrapstring(XDR* xdrs, char** sp);

@@ -49,7 +49,7 @@ class WordReader {
       out += static_cast<char>(c);
       c = get();
     }
-    if (c != EOF) ungetc(c, fp_);
+    unget(c);
     return true;
   }
 
@@ -66,7 +66,7 @@ class WordReader {
       digits += static_cast<char>(c);
       c = get();
     }
-    if (c != EOF) ungetc(c, fp_);
+    unget(c);
     if (digits.empty() || !isdigit(static_cast<unsigned char>(digits.back()))) return false;
     errno = 0;
     long v = strtol(digits.c_str(), nullptr, 10);
@@ -80,14 +80,24 @@ class WordReader {
     int c;
     while ((c = get()) != EOF && c != '\n') {
     }
-    if (c == '\n') ungetc(c, fp_);
+    unget(c);
   }
+
+  // The line of the last character read (1 for the first line).
+  int line() const { return line_; }
 
  private:
   int get() {
     int c = getc(fp_);
     if (c == EOF && ferror(fp_)) throw BadConfigurationException(oru::IOException(path_.c_str(), "read", errno));
+    if (last_ == '\n') ++line_;
+    last_ = c;
     return c;
+  }
+  void unget(int c) {
+    if (c == EOF) return;
+    ungetc(c, fp_);
+    if (c == '\n') last_ = 0;
   }
   int skipBlanks() {
     int c;
@@ -97,6 +107,8 @@ class WordReader {
   }
   FILE* fp_;
   const std::string& path_;
+  int line_ = 1;
+  int last_ = 0;  // the last character read, while it is not given back
 };
 
 // The six line settings of a serial record; returns how many were read.
@@ -112,38 +124,64 @@ int readSettings(WordReader& in, int& baud, std::string& parity, int& databits, 
 }
 }  // namespace
 
-IngestConfig::IngestConfig(const char* configFile) {
-  std::string path(configFile);
-  ConfigFile file = openConfigFile(path);
-  WordReader in(file.get(), path);
-  std::string station, server, port, lower, parity, flow, local;
+namespace {
+const char* const kSettingNames[6] = {"baud", "parity", "data bits", "stop bits", "flow control", "local or modem"};
+
+// Reads the table into stns.  With faults null a malformed serial record
+// is logged ("bad line in <file>: i = ") and skipped; with faults, each
+// fault of every record is added there with its line and nothing is logged.
+void readTable(const std::string& path, FILE* fp, std::vector<IngestConfigEntry>* stns, SiteFaults* faults) {
+  WordReader in(fp, path);
+  std::string station, server, port, lower, parity, flow, local, bad;
+  auto fault = [&](int line, const std::string& what) { faults->push_back(SiteFault{path, line, what}); };
   while (in.word(station)) {
+    const int line = in.line();
     if (station[0] == '#') {
       in.skipLine();
       continue;
     }
     if (!in.word(server) || !in.word(port)) {
-      logit(LOG_ERR, "bad line in %s: i = ", path.c_str());  // the table ends inside a record
+      if (faults == nullptr) logit(LOG_ERR, "bad line in %s: i = ", path.c_str());  // the table ends inside a record
+      else fault(line, "the table ends inside the record of " + station);
       break;
     }
     lower = port;
     for (char& ch : lower) ch = static_cast<char>(tolower(static_cast<unsigned char>(ch)));
     if (lower == "socket") {
-      stns.emplace_back(station.c_str(), server.c_str(), port.c_str());
+      stns->emplace_back(station.c_str(), server.c_str(), port.c_str());
       in.skipLine();
       continue;
     }
     int baud = 0, databits = 0, stopbits = 0;
     int i = readSettings(in, baud, parity, databits, stopbits, flow, local);
-    if (i < 6) {
+    if (i < 6 && faults == nullptr) {
       // The count is deliberately not part of the message.
       logit(LOG_ERR, "bad line in %s: i = ", path.c_str());
+    } else if (i < 6) {
+      fault(in.line(), in.word(bad) ? std::string(kSettingNames[i]) + " \"" + bad + "\" is not a number"
+                                     : "missing " + std::string(kSettingNames[i]) + " at the end of the table");
     } else {
-      stns.emplace_back(station.c_str(), server.c_str(), port.c_str(), baud, parity.c_str(), databits,
-                        stopbits, flow.c_str(), local.c_str());
+      stns->emplace_back(station.c_str(), server.c_str(), port.c_str(), baud, parity.c_str(), databits, stopbits,
+                         flow.c_str(), local.c_str());
+      if (faults != nullptr)
+        for (const std::string& what : lineSettingsFaults(stns->back().lineSettings(), local)) fault(line, what);
     }
     in.skipLine();
   }
+}
+}  // namespace
+
+IngestConfig::IngestConfig(const char* configFile) {
+  std::string path(configFile);
+  ConfigFile file = openConfigFile(path);
+  readTable(path, file.get(), &stns, nullptr);
+}
+
+void IngestConfig::check(const std::string& file, SiteFaults* faults) {
+  std::string path(file);
+  ConfigFile opened = openConfigFile(path);
+  std::vector<IngestConfigEntry> stns;
+  readTable(path, opened.get(), &stns, faults);
 }
 
 IngestConfig::~IngestConfig() = default;

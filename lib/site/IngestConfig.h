@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "port/LineSettings.h"
+#include "site/SiteFault.h"
 
 enum ingestType { SERIALPORT = 0, SOCKET = 1 };
 
@@ -47,6 +48,13 @@ class IngestConfig {
   // skipped.
   explicit IngestConfig(const char* configFile);
   ~IngestConfig();
+
+  // Reads the table at file (a name with "$" components) and adds every
+  // fault to faults with its line, logging nothing: a record cut short, a
+  // word where a number belongs, and settings a port would not take as
+  // written (lineSettingsFaults).  Throws as the constructor for a file
+  // that cannot be opened or read.
+  static void check(const std::string& file, SiteFaults* faults);
 
   size_t size() const { return stns.size(); }
   const IngestConfigEntry& operator[](size_t i) const { return stns[i]; }

@@ -78,14 +78,17 @@ void channelserror(ChannelParse& p, const char* msg) {
   // The generated parser names a full stack "memory exhausted".
   if (strcmp(msg, "memory exhausted") == 0) msg = "parser stack overflow";
   p.error = "Error: " + std::string(msg) + " in line " + std::to_string(p.scanner->line()) + " of " + p.file;
-  logit(LOG_ERR, "%s", p.error.c_str());
+  if (p.faults != nullptr)
+    p.faults->push_back(SiteFault{p.file, p.scanner->line(), msg});
+  else
+    logit(LOG_ERR, "%s", p.error.c_str());
 }
 
 channel_list::channel_list(const char* file) : _file(file), _timeTagType(_processTimeTag) {
   ConfigFile opened = openConfigFile(_file);
   FILE* fp = opened.get();
   ConfigScanner scanner(fp, _file.c_str());
-  ChannelParse p{&scanner, _file.c_str(), &sentry, &aentry, &ttlentry, &_processTimeTag, true, std::string()};
+  ChannelParse p{&scanner, _file.c_str(), &sentry, &aentry, &ttlentry, &_processTimeTag, true, std::string(), nullptr};
   const int failed = channelsparse(p);
   _timeTagType = _processTimeTag;
   if (failed == 0) return;
@@ -93,6 +96,21 @@ channel_list::channel_list(const char* file) : _file(file), _timeTagType(_proces
   release();
   if (_throwOnSyntaxError) throw BadConfigurationException(p.error);
   exit_status_1();
+}
+
+void channel_list::check(const std::string& file, SiteFaults* faults) {
+  std::string path = file;
+  ConfigFile opened = openConfigFile(path);
+  ConfigScanner scanner(opened.get(), path.c_str());
+  std::unique_ptr<serial_entry> serial;
+  std::unique_ptr<analog_entry> analog;
+  std::unique_ptr<ttloutput_entry> ttl;
+  TTtype timeTag = _processTimeTag;  // the process's type is left alone
+  ChannelParse p{&scanner, path.c_str(), &serial, &analog, &ttl, &timeTag, true, std::string(), faults};
+  channelsparse(p);
+  unlink(serial);
+  unlink(analog);
+  unlink(ttl);
 }
 
 channel_list::~channel_list() { release(); }

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 
+#include "site/SiteFault.h"
 #include "time/TTtype.h"
 
 enum hardware { DATEL = 0, IV1624 = 1, IV3234 = 2, DATEL_TTL_OUT = 3, UNKNOWN = 4 };
@@ -97,6 +98,12 @@ class channel_list {
 
   // The process-wide time-tag type as the files read so far have set it.
   static TTtype processTimeTagType() { return _processTimeTag; }
+
+  // Reads file whole and adds its faults to faults, logging nothing: the
+  // first syntax error (reading stops there) and every time-tag word other
+  // than msecs or wierd12.  Throws BadConfigurationException when the file
+  // cannot be opened.
+  static void check(const std::string& file, SiteFaults* faults);
 
   // For a program that must outlive bad files (a fuzz driver, a checker):
   // when set, a syntax error throws BadConfigurationException with the text

@@ -87,6 +87,9 @@ record
   | TIMETAG WORD ';'
       {
         if (strcmp($2, "wierd12") == 0) *p.timeTag = wierd12;
+        else if (p.faults != nullptr && strcmp($2, "msecs") != 0)
+          p.faults->push_back(SiteFault{p.file, p.scanner->line(),
+                                        "time-tag type \"" + std::string($2) + "\": msecs or wierd12"});
         free($2);
       }
   ;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "site/ConfigScanner.h"
+#include "site/SiteFault.h"
 #include "site/channels.h"
 
 struct ChannelParse {
@@ -19,6 +20,7 @@ struct ChannelParse {
   TTtype* timeTag;
   bool atRecordStart;  // the next word may be a record keyword
   std::string error;   // what was logged when the parse failed
+  SiteFaults* faults = nullptr;  // when checking: the faults, nothing logged
 };
 
 // Parses the whole input: 0, or non-zero after an error was logged (with
@@ -26,7 +28,7 @@ struct ChannelParse {
 int channelsparse(ChannelParse& p);
 
 // Logs "Error: <msg> in line <n> of <file>" at priority 3 and keeps the
-// text in p.error.
+// text in p.error; when checking, adds the fault instead of logging.
 void channelserror(ChannelParse& p, const char* msg);
 
 #endif

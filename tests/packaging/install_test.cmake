@@ -20,6 +20,12 @@ file(READ ${prefix}/${UNIT} unit)
 if(NOT unit MATCHES "\nExecStart=${BINDIR}/serial_ingest -z\n")
   message(FATAL_ERROR "${UNIT} does not start ${BINDIR}/serial_ingest")
 endif()
+# The site is checked before a start and before the reload's SIGHUP.
+if(NOT unit MATCHES "\nExecStartPre=${BINDIR}/site_check\n" OR
+   NOT unit MATCHES "\nExecReload=${BINDIR}/site_check\nExecReload=/bin/kill -HUP [$]MAINPID\n" OR
+   NOT unit MATCHES "\nAfter=[^\n]*time-sync.target" OR NOT EXISTS ${prefix}/bin/site_check)
+  message(FATAL_ERROR "${UNIT} does not run an installed ${BINDIR}/site_check before a start and a reload")
+endif()
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 foreach(via find_package pkg_config)

@@ -28,7 +28,7 @@ struct Case {
   std::string err = "";  // a part of standard error
 };
 
-const std::string D = RAW_DUMP_BIN, P = RAW_PLAYBACK_BIN, kKept = "raw_dump: 0 samples with untrusted time tags left out";
+const std::string D = RAW_DUMP_BIN, P = RAW_PLAYBACK_BIN, S = SITE_CHECK_BIN, kKept = "raw_dump: 0 samples with untrusted time tags left out";
 
 const Case kCases[] = {
     // The time-tag type on the command line, the day from the file name.
@@ -73,6 +73,10 @@ const Case kCases[] = {
     {{P, "--help"}, 0, "Usage: raw_playback ["},
     {{P, "--version"}, 0, "raw_playback (heron"},
     {{P, "--bogus"}, 1, "", "Usage: raw_playback"},
+    {{S, "--help"}, 0, "Usage: site_check ["},
+    {{S, "--version"}, 0, "site_check (heron"},
+    {{S, "--bogus"}, 2, "", "Usage: site_check"},
+    {{S}, 1, "", "site_check: HERON is not set"},
 };
 
 TEST(Tools, OptionsOnBareArchives) {

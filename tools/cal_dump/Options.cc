@@ -50,9 +50,17 @@ int readFormat(const char* name) {
   return -2;
 }
 
+// The bounds of the numbers on the command line.  An interval shorter than
+// a millisecond has more intervals in a span than a count holds; one longer
+// than a leap year is no statistic of a field season.  Times are 1970 to
+// 2100, where the archives' file names and the output's dates are read
+// and written.
+const double kMinInterval = 0.001, kMaxInterval = 366 * 86400.0;
+const double kLastTime = 4102444800.0;  // 2100-01-01T00:00:00Z
+
 bool readTime(const char* text, int local, double* out) {
   UTime t(local, text);
-  if (t.val() == UTime::BIGBANG) return false;
+  if (t.val() == UTime::BIGBANG || !(t.val() >= 0 && t.val() < kLastTime)) return false;
   *out = t.val();
   return true;
 }
@@ -62,6 +70,38 @@ int fail(const char* what, const char* text) {
   return 1;
 }
 
+}  // namespace
+
+namespace {
+// What the options say together: one source, a file for NETCDF, -a for
+// -c, and the span.
+int checkAll(Options* o, const char* startText, const char* endText, const char* zone) {
+  if (o->live == (startText != nullptr)) {
+    fputs(o->live ? "cal_dump: -l reads live: it takes no -s\n" : kUsage, stderr);
+    return 1;
+  }
+  if (o->format == NETCDF && o->output.empty()) {
+    fputs("cal_dump: NETCDF is written to a file: give -o FILE\n", stderr);
+    return 1;
+  }
+  if (!o->pairs.empty() && o->interval <= 0) {
+    fputs("cal_dump: covariances (-c) are statistics: give -a SECONDS\n", stderr);
+    return 1;
+  }
+  if (o->live) return -1;
+  UTime::setTZ(zone);
+  const int local = zone != nullptr && zone[0] != '\0';
+  if (!readTime(startText, local, &o->start)) return fail("-s: the start time is not a time from 1970 to 2100:", startText);
+  if (endText == nullptr)
+    o->end = o->start + 86400.0;
+  else if (!readTime(endText, local, &o->end))
+    return fail("-e: the end time is not a time from 1970 to 2100:", endText);
+  if (!(o->end > o->start)) {
+    fprintf(stderr, "cal_dump: the end time \"%s\" is not after the start time \"%s\"\n", endText, startText);
+    return 1;
+  }
+  return -1;
+}
 }  // namespace
 
 int readOptions(int argc, char** argv, Options* o) {
@@ -90,8 +130,8 @@ int readOptions(int argc, char** argv, Options* o) {
         break;
       case 'a':
         o->interval = strtod(optarg, &rest);
-        if (*rest != '\0' || !(o->interval > 0) || !isfinite(o->interval))
-          return fail("the interval is not a number of seconds above 0:", optarg);
+        if (*rest != '\0' || !(o->interval >= kMinInterval && o->interval <= kMaxInterval))
+          return fail("-a: the interval is not a number of seconds from 0.001 to 31622400 (366 days):", optarg);
         break;
       case 'c': {
         const char* colon = strchr(optarg, ':');
@@ -108,40 +148,20 @@ int readOptions(int argc, char** argv, Options* o) {
         break;
       }
       case kPlot: o->plot = optarg; break;
-      case kPlotSize:
-        if (sscanf(optarg, "%dx%d", &o->plotWidth, &o->plotHeight) != 2 || o->plotWidth < 64 || o->plotHeight < 64 ||
+      case kPlotSize: {
+        char extra;
+        if (strspn(optarg, "0123456789x") != strlen(optarg) || strlen(optarg) > 11 ||
+            sscanf(optarg, "%dx%d%c", &o->plotWidth, &o->plotHeight, &extra) != 2 || o->plotWidth < 64 ||
+            o->plotHeight < 64 ||
             o->plotWidth > 20000 || o->plotHeight > 20000)
-          return fail("the plot size is WIDTHxHEIGHT in pixels, 64 to 20000, not", optarg);
+          return fail("--plot-size: the plot size is WIDTHxHEIGHT in pixels, 64 to 20000, not", optarg);
         break;
+      }
       case 'h': fputs(kUsage, stdout); return 0;
       case kVersion: printf("cal_dump (%s) %s\n", HERON_PACKAGE, HERON_VERSION); return 0;
       default: fputs(kUsage, stderr); return 1;
     }
   }
   for (int i = optind; i < argc; ++i) o->variables.push_back(argv[i]);
-  if (o->live == (startText != nullptr)) {
-    fputs(o->live ? "cal_dump: -l reads live: it takes no -s\n" : kUsage, stderr);
-    return 1;
-  }
-  if (o->format == NETCDF && o->output.empty()) {
-    fputs("cal_dump: NETCDF is written to a file: give -o FILE\n", stderr);
-    return 1;
-  }
-  if (!o->pairs.empty() && o->interval <= 0) {
-    fputs("cal_dump: covariances (-c) are statistics: give -a SECONDS\n", stderr);
-    return 1;
-  }
-  if (o->live) return -1;
-  UTime::setTZ(zone);
-  const int local = zone != nullptr && zone[0] != '\0';
-  if (!readTime(startText, local, &o->start)) return fail("cannot read the start time", startText);
-  if (endText == nullptr)
-    o->end = o->start + 86400.0;
-  else if (!readTime(endText, local, &o->end))
-    return fail("cannot read the end time", endText);
-  if (!(o->end > o->start)) {
-    fprintf(stderr, "cal_dump: the end time \"%s\" is not after the start time \"%s\"\n", endText, startText);
-    return 1;
-  }
-  return -1;
+  return checkAll(o, startText, endText, zone);
 }

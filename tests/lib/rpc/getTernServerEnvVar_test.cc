@@ -36,6 +36,21 @@ TEST(GetTernServerEnvVar, ReadsTheServersEnvironment) {
   EXPECT_EQ(getTernServerEnvVar("PROJECT"), "surface-flux");
 }
 
+// A value has no bound of its own; only the whole reply (1 MiB) does.
+TEST(GetTernServerEnvVar, LongValuesUpToTheReplyBound) {
+  heron_test::TestModuleServer server({"A:5000", "B:100000", "C:1048577"});
+  ASSERT_TRUE(server.ok()) << server.error();
+  serverHosts(heron_test::kLoopback, nullptr);
+  EXPECT_EQ(getTernServerEnvVar("A"), std::string(5000, 'x'));
+  EXPECT_EQ(getTernServerEnvVar("B"), std::string(100000, 'x'));
+  try {
+    getTernServerEnvVar("C");
+    ADD_FAILURE() << "a reply over 1 MiB was taken";
+  } catch (const oru::IOException& e) {
+    EXPECT_NE(e.toString().find("RPC: Can't decode result"), std::string::npos) << e.toString();
+  }
+}
+
 // No such host, nothing registered (replies that do not decode: see
 // EveryCallEndsInTime).
 TEST(GetTernServerEnvVar, FailureNamesTheHostAndTheRpcError) {

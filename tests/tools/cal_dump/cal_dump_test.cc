@@ -1,10 +1,14 @@
 // cal_dump as a user runs it on the example site's archives.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/rpc_fixture.h"
@@ -128,6 +132,27 @@ TEST(CalDump, LiveUntilInterruptedLeavesACompleteFile) {
   EXPECT_EQ(check.out, "['time', 'x.s', 'y.s'] {'0'} True True\n") << check.err;
 }
 
+// -o replaces only a regular file or a new name; a device is written as it
+// is, a link to a writable file is followed, other links are refused.
+TEST(CalDump, OutputTargets) {
+  ScratchSite dir;
+  const std::string file = dir.root() + "/f.csv", link = dir.root() + "/link.csv", dangling = dir.root() + "/d.csv";
+  ASSERT_EQ(symlink(file.c_str(), link.c_str()), 0);
+  ASSERT_EQ(symlink((dir.root() + "/none/x").c_str(), dangling.c_str()), 0);
+  struct stat st;
+  for (const auto& c : std::vector<std::pair<std::string, int>>{{"/dev/null", 0}, {file, 0}, {link, 0}, {dangling, 1}}) {
+    const RunResult r = calDump({"-F", "CSV", "-o", c.first, "u.wind"});
+    EXPECT_EQ(r.status, c.second) << c.first << ": " << r.err;
+  }
+  ASSERT_EQ(stat("/dev/null", &st), 0);
+  EXPECT_TRUE(S_ISCHR(st.st_mode));
+  ASSERT_EQ(lstat(link.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  EXPECT_EQ(fileText(file).substr(0, 5), "time,");
+  EXPECT_NE(calDump({"-F", "CSV", "-o", dangling, "u.wind"}).err.find("d.csv: create: a symbolic link that leads to no"),
+            std::string::npos);
+}
+
 TEST(CalDump, Errors) {
   const struct {
     std::vector<std::string> args;
@@ -143,6 +168,12 @@ TEST(CalDump, Errors) {
        "cal_dump: IOException: /nonexistent/x.csv: create: No such file or directory\n"},
       {{"-F", "CSV", "-a", "10", "-c", "w.wind:nope.x"}, 1, "", "Unknown variable: nope.x\n"},
       {{"-F", "CSV", "-c", "w.wind:u.wind"}, 1, "", "cal_dump: covariances (-c) are statistics: give -a SECONDS\n"},
+      // Numbers out of bounds once overflowed into the year 292278994.
+      {{"-a", "1e-300"}, 1, "", "cal_dump: -a: the interval is not a number of seconds from 0.001 to 31622400"},
+      {{"-a", "4e7"}, 1, "", "-a: the interval is not"},
+      {{"-s", "1969 dec 31"}, 1, "", "cal_dump: -s: the start time is not a time from 1970 to 2100: \"1969 dec 31\""},
+      {{"-e", "2100 jan 1"}, 1, "", "cal_dump: -e: the end time is not a time from 1970 to 2100"},
+      {{"--plot", "p.png", "--plot-size", "640x480x"}, 1, "", "cal_dump: --plot-size: the plot size is"},
   };
   for (const auto& c : cases) {
     const RunResult r = calDump(c.args);
