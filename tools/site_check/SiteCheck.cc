@@ -16,6 +16,7 @@
 #include "calconf/SidList.h"
 #include "calconf/TernList.h"
 #include "calib/cal_file.h"
+#include "site/AllowList.h"
 #include "site/IngestConfig.h"
 #include "site/channels.h"
 #include "site/heron_fopen.h"
@@ -27,8 +28,7 @@ const char kConfig[] = "$HERON/config/";
 
 // A reader's exception as a fault of file: "<file>:<line>: <what>" is split
 // into its line and text; any other text is a fault of the whole file.
-SiteFault faultOf(const std::string& file, const oru::Exception& e) {
-  std::string text = e.toString();
+SiteFault faultOf(const std::string& file, std::string text) {
   const size_t kind = text.find(": ");
   if (kind != std::string::npos && text.compare(0, kind, "BadConfigurationException") == 0)
     text.erase(0, kind + 2);
@@ -43,6 +43,8 @@ SiteFault faultOf(const std::string& file, const oru::Exception& e) {
   }
   return SiteFault{file, 0, text};
 }
+
+SiteFault faultOf(const std::string& file, const oru::Exception& e) { return faultOf(file, e.toString()); }
 
 void checkKites(const std::string& path, SiteCheck* run) { TernList::check(path, &run->faults); }
 
@@ -86,8 +88,15 @@ void checkArchive(const std::string& path, SiteCheck* run) {
   if (!fault.empty()) run->faults.push_back(SiteFault{path, 0, fault});
 }
 
-// The site's files.  A file kind to come (an allow-list of the ingest
-// server's clients, say) is one more row here.
+// Who may call the ingest servers: a missing file is no fault (loopback
+// alone), a line that does not parse is.
+void checkAllow(const std::string& path, SiteCheck* run) {
+  std::vector<std::string> faults;
+  readAllowList(path, faults);
+  for (const std::string& f : faults) run->faults.push_back(faultOf(path, f));
+}
+
+// The site's files; a new file kind is one more row here.
 const struct {
   const char* name;
   const char* folder;
@@ -96,6 +105,7 @@ const struct {
     {"kites_config", kConfig, checkKites},     {"ingest.conf", kOps, checkIngest},
     {"channel_config", kOps, checkChannels},   {"prep.config", kOps, checkPrep},
     {"did.config", kOps, checkDid},            {"archive_config", kOps, checkArchive},
+    {"ingest.allow", kOps, checkAllow},
 };
 
 std::string expanded(const std::string& name) {

@@ -49,6 +49,8 @@ TEST(SiteCheck, EveryFaultOfABrokenSite) {
        {{0, "raw-data directory "}}},
       {"projects/demo/ops1/prep.config", "sensor x { module ;\n", {{1, "syntax error"}}},
       {"projects/demo/ops1/did.config", nullptr, {{0, "open: No such file or directory"}}},
+      {"projects/demo/ops1/ingest.allow", "10.1.2.0/24\n10.1.2.3/24\n",
+       {{2, "'10.1.2.3/24' has bits set beyond its prefix length"}}},
   };
   for (const Case& c : cases) {
     ScratchSite site("demo", "ops1");
@@ -74,7 +76,7 @@ TEST(SiteCheck, EveryFaultOfABrokenSite) {
   ASSERT_EQ(runProgram({"/bin/cp", "-r", HERON_SOURCE_DIR "/examples/site/.", clean.root()}).status, 0);
   const RunResult r = runProgram({SITE_CHECK_BIN, "-v"}, "", {});
   EXPECT_EQ(r.status, 0) << r.out << r.err;
-  EXPECT_EQ(r.out, "site_check: 9 files, no faults\n");
+  EXPECT_EQ(r.out, "site_check: 10 files, no faults\n");
 }
 
 }  // namespace
