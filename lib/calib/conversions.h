@@ -20,6 +20,10 @@ extern "C" {
   ROW(baro_GENERIC)                  \
   ROW(baro_PARA)                     \
   ROW(baro_vais)                     \
+  ROW(camp_cr10)                     \
+  ROW(camp_21x_bin)                  \
+  ROW(camp_hr_bin)                   \
+  ROW(campbell_binary)               \
   ROW(diff_float)                    \
   ROW(dual_uv)                       \
   ROW(fis_linear)                    \

@@ -1,0 +1,115 @@
+// The instrument record families, table-driven: each row is a conversion,
+// its parameters, a record (or volts) and the outputs expected.  The
+// Campbell vectors are worked from the final-storage bit tables; the other
+// families' from the instrument manuals' own examples.
+#include <math.h>
+
+#include "calib/campbell_words.h"
+#include "calib/conversions.h"
+#include "calib/moist_air.h"
+#include "calib_test_util.h"
+
+namespace {
+
+template <size_t N>
+std::string B(const char (&bytes)[N]) {
+  return std::string(bytes, N - 1);
+}
+
+struct Row {
+  const char* name;
+  Params params;
+  std::string rec;  // the record; copied into a zero-filled room as the pipeline does
+  std::vector<float> out;
+  float tol;
+  double t = k2004 + 60;
+};
+
+// Runs each row as use 0 of its function and compares the outputs.
+void runRows(const std::vector<Row>& rows, float volts = 0) {
+  for (const Row& r : rows) {
+    InfoPtr info = init(r.name, r.params, static_cast<int>(r.out.size()));
+    std::vector<char> room(256, 0);
+    std::copy(r.rec.begin(), r.rec.end(), room.begin());
+    std::vector<float> out(r.out.size());
+    double t = r.t;
+    calib_input in;
+    if (r.rec.empty())
+      in.volts = volts;
+    else
+      in.raw = room.data();
+    calib_function(r.name)(&t, in, out.data(), 0);
+    for (size_t i = 0; i < out.size(); ++i)
+      if (r.out[i] == kMissing)
+        EXPECT_EQ(out[i], kMissing) << r.name << " output " << i;
+      else
+        EXPECT_NEAR(out[i], r.out[i], r.tol) << r.name << " output " << i;
+  }
+}
+
+std::string E(const char* module) { return "Error: " + std::string(module) + " calibration function error\n"; }
+
+}  // namespace
+
+TEST(CampbellWords, BitTables) {
+  auto w = [](const char* s) { return reinterpret_cast<const unsigned char*>(s); };
+  EXPECT_EQ(campbell_low(w("\x20\x64")), 10.0f);
+  EXPECT_EQ(campbell_low(w("\xa0\x64")), -10.0f);
+  EXPECT_EQ(campbell_low(w("\x7b\x57")), 6.999f);  // 6999 / 1000
+  EXPECT_EQ(campbell_array_id(w("\xfc\x05"), CampbellLogger::CR10), 5);
+  EXPECT_EQ(campbell_array_id(w("\xfe\x05"), CampbellLogger::CR10), 517);
+  EXPECT_EQ(campbell_array_id(w("\xfd\x05"), CampbellLogger::L21X), 261);
+  EXPECT_EQ(campbell_array_id(w("\xfe\x05"), CampbellLogger::L21X), -1);  // G = 1: no 21X start
+  EXPECT_EQ(campbell_word(w("\x7f\x00"), CampbellLogger::CR10), CampbellWord::Dummy);
+  EXPECT_EQ(campbell_word(w("\xbc\x00"), CampbellLogger::CR10), CampbellWord::Invalid);
+  EXPECT_EQ(campbell_high(w("\x9c\x30\x3c\x39")), 1234.5f);  // e = 1, M = 12345
+  EXPECT_EQ(campbell_high(w("\xde\x86\x3d\x9f")), -0.99999f);  // e = 5, 17-bit M = 99999, B = 1
+  EXPECT_EQ(campbell_high(w("\x9c\x30\x1c\x39")), kMissing);   // the second word is another first word
+  EXPECT_EQ(campbell_high(w("\x9f\x30\x3c\x39")), kMissing);   // e = 7
+}
+
+TEST(Instruments, CampbellRecords) {
+  const std::string hi = B("\x9c\x30\x3c\x39");  // 1234.5
+  runRows({
+      {"camp_cr10", {}, B("\xfc\x05\x20\x64\xa0\x64"), {10, -10}, 0},
+      {"camp_cr10", {5, 1}, B("\xfc\x05\x20\x64") + hi + B("\x7f\x00\x00\x07"), {1234.5f, 7}, 0},  // a dummy is skipped
+      {"camp_cr10", {6}, B("\xfc\x05\x20\x64"), {kMissing}, 0},                                    // another array
+      {"camp_cr10", {}, B("\x20\x64\x20\x64"), {kMissing, kMissing}, 0},                           // no array start
+      {"camp_cr10", {}, B("\xfc\x05\x20\x64\xfc\x06\x20\x64"), {10, kMissing}, 0},                 // the next array ends it
+      {"camp_cr10", {}, B("\xfc\x05\x9c\x30\x20\x64"), {kMissing, 10}, 0},                          // a lone first word
+      {"camp_21x_bin", {261}, B("\xfd\x05\x20\x64"), {10}, 0},
+      {"camp_21x_bin", {}, B("\xfe\x05\x20\x64"), {kMissing}, 0},
+      {"camp_hr_bin", {}, hi + B("\xdc\x30\x3c\x39"), {1234.5f, -1234.5f}, 0},
+      {"camp_hr_bin", {5, 1}, B("\xfc\x05") + hi + hi + B("\x9c\x30\x1c\x39"), {1234.5f, kMissing}, 0},
+      {"campbell_binary", {-1, 0, "degC", "W/m2", "%"}, B("\x20\x64") + hi + B("\xa0\x64"), {10, 1234.5f, -10}, 0},
+      {"campbell_binary", {5}, B("\x20\x64"), {kMissing}, 0},  // an id wanted, no start
+  });
+  InfoPtr info = init("campbell_binary", {-1, 0, "degC", "W/m2"}, 2);
+  EXPECT_STREQ(info->units[1], "W/m2");
+  EXPECT_STREQ(info->paramString, "id=-1, first=0");
+}
+
+TEST(Instruments, MoistAir) {
+  const double es20 = moist_es(20);
+  EXPECT_NEAR(es20, 23.383, 1e-3);
+  EXPECT_NEAR(moist_es(0), 6.1121, 1e-9);
+  for (double t : {-30.0, 0.0, 20.0, 40.0}) EXPECT_NEAR(moist_dew_point(moist_es(t)), t, 1e-9);
+  EXPECT_NEAR(moist_vapour_density(es20 / 2, 20), 8.6426, 1e-4);
+  EXPECT_NEAR(moist_mixing_ratio(10, 1000), 6.2828, 1e-4);
+  EXPECT_NEAR(moist_specific_humidity(10, 1000), 6.2436, 1e-4);
+  EXPECT_EQ(moist_mixing_ratio(10, kMissing), kMissing);
+  EXPECT_EQ(moist_dew_point(0), kMissing);
+}
+
+TEST(InstrumentsDeathTest, InitFaultsOncePerFamily) {
+  const struct {
+    const char* name;
+    Params params;
+    std::string message;
+    int nout;
+  } cases[] = {
+      {"camp_cr10", {1, 0, "degC"}, E("camp_cr10") + "Invalid number of parameters \\(3\\), should be 0 to 2, or 4 with units\n", 2},
+      {"camp_21x_bin", {600}, E("camp_21x_bin") + "Array id 600 is not -1 \\(any\\) or a whole number from 0 to 511\n", 1},
+  };
+  for (const auto& c : cases) EXPECT_EXIT(init(c.name, c.params, c.nout), testing::ExitedWithCode(1), c.message) << c.name;
+}
