@@ -37,7 +37,11 @@ extern "C" {
   ROW(serial_short)                  \
   ROW(serial_ushort)                 \
   ROW(serial_float_linear)           \
+  ROW(solent_tv)                     \
   ROW(sonic_csat3)                   \
+  ROW(sonic_gill)                    \
+  ROW(sonic_gill_transit)            \
+  ROW(sonic_metek)                   \
   ROW(status)                        \
   ROW(t_AIR)                         \
   ROW(t_vaisala)                     \

@@ -7,6 +7,7 @@
 #include "calib/campbell_words.h"
 #include "calib/conversions.h"
 #include "calib/moist_air.h"
+#include "calib/sonic_common.h"
 #include "calib_test_util.h"
 
 namespace {
@@ -89,6 +90,30 @@ TEST(Instruments, CampbellRecords) {
   EXPECT_STREQ(info->paramString, "id=-1, first=0");
 }
 
+TEST(Instruments, SonicRecords) {
+  ScratchSite site;
+  const std::string level = calFile(site, "level.cal", "2004 1 00:00 0 0 0 0 0 0\n");
+  const std::string axes = calFile(site, "axes.cal", "2004 1 00:00 0 0 0 0 0 0  0 1 0 1 0 0 0 0 -1\n");
+  const std::string gill = B("\xba\xba\0\0\0\x64\xff\x9c\0\x0a\x86\xa0\x2b");  // u 1, v -1, w 0.1, c 344.64
+  const float ts = sonic_temperature(344.64f), M = kMissing;
+  const std::string metek = "M:x =    10 y =    -3 z =    -1 t =  2203\r\n";
+  runRows({
+      {"sonic_gill", {level, 1200, 4}, gill, {1, -1, 0.1f, ts, 0, 0, 0, 0, 0}, 1e-5f},
+      {"sonic_gill", {level, 1200, 4, "flag", 0, "none", "left"}, gill.substr(2), {1, 1, 0.1f, ts, 0, 0, 0, 0, 0}, 1e-5f},
+      {"sonic_gill", {level, 1200, 4}, gill.substr(0, 12) + "\x2a", {M, M, M, M, 2, 2, 2, 2, 65536}, 0},
+      {"sonic_gill", {level, 1200, 4, "despike", 1, "C"},  // no speed of sound: the temperature field, 22.00 degC
+       B("\xba\xba\x01\x02\0\x64\xff\x9c\0\x0a\0\0\x08\x98\x9e"), {1, -1, 0.1f, 22, 0, 0, 0, 0, 258}, 1e-5f},
+      {"sonic_gill", {level, 1200, 4}, gill, {M, M, M, M, M, M, M, M, M}, 0, k2004 - 1},  // before the first record
+      {"sonic_gill_transit", {axes, 1200, 4}, gill, {-1, 1, -0.1f, ts, 0, 0, 0, 0, 0}, 1e-5f},
+      {"solent_tv", {0}, B("\0\0\0\0\0\0\0\0\x84\xd0\x54"), {sonic_temperature(340)}, 1e-5f},
+      {"solent_tv", {}, gill.substr(0, 12) + "\x2a", {M}, 0},
+      {"sonic_metek", {level, 1200, 4}, metek, {0.1f, 0.03f, -0.01f, 22.03f, 0, 0, 0, 0, 0}, 1e-5f},
+      {"sonic_metek", {level, 1200, 4, "despike", "right"}, "H" + metek.substr(1), {0.1f, -0.03f, -0.01f, 22.03f, 0, 0, 0, 0, 1}, 1e-5f},
+      {"sonic_metek", {level, 1200, 4}, "D:x = 10 y = -3q z = -1 t =", {0.1f, M, -0.01f, M, 0, 2, 0, 2, 2}, 1e-5f},
+  });
+  EXPECT_NEAR(ts, 21.81f, 0.01f);
+}
+
 TEST(Instruments, MoistAir) {
   const double es20 = moist_es(20);
   EXPECT_NEAR(es20, 23.383, 1e-3);
@@ -102,6 +127,8 @@ TEST(Instruments, MoistAir) {
 }
 
 TEST(InstrumentsDeathTest, InitFaultsOncePerFamily) {
+  ScratchSite site;
+  calFile(site, "six.cal", "2004 1 00:00 0 0 0 0 0 0\n");
   const struct {
     const char* name;
     Params params;
@@ -109,6 +136,9 @@ TEST(InstrumentsDeathTest, InitFaultsOncePerFamily) {
     int nout;
   } cases[] = {
       {"camp_cr10", {1, 0, "degC"}, E("camp_cr10") + "Invalid number of parameters \\(3\\), should be 0 to 2, or 4 with units\n", 2},
+      {"sonic_gill", {"six.cal", 1200, 4, "despike", 2}, E("sonic_gill") + "The header switch 2 is neither 0 nor 1\n", 9},
+      {"sonic_gill_transit", {"six.cal", 1200, 4}, E("sonic_gill_transit") + "Calibration file six.cal has 6 values per record, should have 15\n", 9},
+      {"sonic_metek", {"six.cal", 1200, 4}, E("sonic_metek") + "Invalid number of outputs \\(4\\), should be 9\n", 4},
       {"camp_21x_bin", {600}, E("camp_21x_bin") + "Array id 600 is not -1 \\(any\\) or a whole number from 0 to 511\n", 1},
   };
   for (const auto& c : cases) EXPECT_EXIT(init(c.name, c.params, c.nout), testing::ExitedWithCode(1), c.message) << c.name;
