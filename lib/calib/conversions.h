@@ -27,6 +27,9 @@ extern "C" {
   ROW(diff_float)                    \
   ROW(dual_uv)                       \
   ROW(fis_linear)                    \
+  ROW(gps)                           \
+  ROW(gps_date)                      \
+  ROW(h2o_vaisala)                   \
   ROW(linear)                        \
   ROW(mode)                          \
   ROW(plinear)                       \
@@ -73,6 +76,9 @@ extern float* temp_AIR;
 // Latest air temperature (degC) of each use of t_vaisala, 1e37 until its
 // first sample; null until t_vaisala_init has run with a nonzero nchan.
 extern double* temp_vaisala;
+
+// How many entries temp_vaisala has: the uses of t_vaisala set up so far.
+extern int temp_vaisala_uses;
 
 #ifdef __cplusplus
 }

@@ -3,6 +3,7 @@
 // Campbell vectors are worked from the final-storage bit tables; the other
 // families' from the instrument manuals' own examples.
 #include <math.h>
+#include <stdio.h>
 
 #include "calib/campbell_words.h"
 #include "calib/conversions.h"
@@ -114,6 +115,57 @@ TEST(Instruments, SonicRecords) {
   EXPECT_NEAR(ts, 21.81f, 0.01f);
 }
 
+// A sentence with its checksum.
+std::string nmea(const std::string& body) {
+  unsigned char x = 0;
+  for (char c : body) x ^= static_cast<unsigned char>(c);
+  char cs[8];
+  snprintf(cs, sizeof cs, "*%02X\r\n", x);
+  return "$" + body + cs;
+}
+
+TEST(Instruments, GpsSentences) {
+  const float M = kMissing;
+  const std::string gga = "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n";
+  const std::string rmc = nmea("GPRMC,123519,A,4807.038,N,01131.000,W,022.4,084.4,230394,003.1,W");
+  const double zda = 837192489.456;  // 1996-07-12 17:28:09.456 UTC
+  runRows({
+      {"gps", {}, gga, {48.1173f, 11.516667f, 545.4f, 1, 8, 0.9f}, 1e-5f},
+      {"gps", {}, "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*48", {M, M, M, M, M, M}, 0},
+      {"gps", {}, nmea("GNGGA,123519,4807.038,N,01131.000,E,0,03,,,M,,M,,"), {M, M, M, 0, 3, M}, 0},  // no fix
+      {"gps", {"RMC"}, rmc, {48.1173f, -11.516667f, M, 1, M, M}, 1e-5f},
+      {"gps_date", {}, nmea("GPZDA,172809.456,12,07,1996,00,00"), {1996, 7, 12, 62889.456f, 0.5f}, 1e-3f, zda - 0.5},
+      {"gps_date", {}, nmea("GPZDA,172809.456,12,13,1996,00,00"), {M, M, M, M, M}, 0},  // month 13
+      {"gps_date", {"RMC"}, rmc, {1994, 3, 23, 45319, -1}, 1e-3f, 764426119 + 1},
+      {"gps_date", {"RMC"}, nmea("GPRMC,123519,V,,,,,,,230394,,"), {M, M, M, M, M}, 0},
+  });
+}
+
+TEST(Instruments, HumidityFromTheProbesTemperature) {
+  const float M = kMissing;
+  InfoPtr t = init("t_vaisala", {20, 0, 0});
+  double time = k2004;
+  float temp;
+  calib_input v;
+  v.volts = 0;
+  t_vaisala(&time, v, &temp, 0);  // 20 degC
+  sharedValues[SHARED_PRESSURE] = 1000;
+  const struct {
+    Params params;
+    float volts;
+    std::vector<float> out;
+  } cases[] = {
+      {{}, 0.5f, {50, 8.64264f, 7.35827f, 9.27096f}},
+      {{100, 0, 0}, 1.02f, {100, 17.2853f, 14.8927f, 20}},  // a little above saturation: clamped
+      {{}, 1.1f, {110, M, M, M}},
+      {{}, 0, {0, M, M, M}},
+      {{100, 0, 3}, 0.5f, {50, M, M, M}},  // no such t_vaisala use
+  };
+  for (const auto& c : cases) runRows({{"h2o_vaisala", c.params, "", c.out, 1e-3f}}, c.volts);
+  sharedValues[SHARED_PRESSURE] = M;
+  runRows({{"h2o_vaisala", {}, "", {50, 8.64264f, M, 9.27096f}, 1e-3f}}, 0.5f);
+}
+
 TEST(Instruments, MoistAir) {
   const double es20 = moist_es(20);
   EXPECT_NEAR(es20, 23.383, 1e-3);
@@ -139,6 +191,9 @@ TEST(InstrumentsDeathTest, InitFaultsOncePerFamily) {
       {"sonic_gill", {"six.cal", 1200, 4, "despike", 2}, E("sonic_gill") + "The header switch 2 is neither 0 nor 1\n", 9},
       {"sonic_gill_transit", {"six.cal", 1200, 4}, E("sonic_gill_transit") + "Calibration file six.cal has 6 values per record, should have 15\n", 9},
       {"sonic_metek", {"six.cal", 1200, 4}, E("sonic_metek") + "Invalid number of outputs \\(4\\), should be 9\n", 4},
+      {"gps", {"GSV"}, E("gps") + "Sentence \"GSV\" is neither \"GGA\" nor \"RMC\"\n", 6},
+      {"gps_date", {}, E("gps_date") + "Invalid number of outputs \\(3\\), should be 5\n", 3},
+      {"h2o_vaisala", {100, 0, 1, 2}, E("h2o_vaisala") + "Invalid number of parameters \\(4\\), should be 0 to 3\n", 4},
       {"camp_21x_bin", {600}, E("camp_21x_bin") + "Array id 600 is not -1 \\(any\\) or a whole number from 0 to 511\n", 1},
   };
   for (const auto& c : cases) EXPECT_EXIT(init(c.name, c.params, c.nout), testing::ExitedWithCode(1), c.message) << c.name;
