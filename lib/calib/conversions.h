@@ -30,16 +30,22 @@ extern "C" {
   ROW(gps)                           \
   ROW(gps_date)                      \
   ROW(h2o_vaisala)                   \
+  ROW(licor_co2)                     \
+  ROW(licor_mode)                    \
+  ROW(licor_7500)                    \
   ROW(linear)                        \
   ROW(mode)                          \
   ROW(plinear)                       \
   ROW(poly)                          \
   ROW(power)                         \
   ROW(q_kh2o)                        \
+  ROW(rain_sti700)                   \
+  ROW(rad_net_Q7)                    \
   ROW(serial_float)                  \
   ROW(serial_short)                  \
   ROW(serial_ushort)                 \
   ROW(serial_float_linear)           \
+  ROW(sf6_mode)                      \
   ROW(solent_tv)                     \
   ROW(sonic_csat3)                   \
   ROW(sonic_gill)                    \
@@ -48,6 +54,7 @@ extern "C" {
   ROW(status)                        \
   ROW(t_AIR)                         \
   ROW(t_vaisala)                     \
+  ROW(teco)                          \
   ROW(td_linear)                     \
   ROW(td_linear_interp)              \
   ROW(td_linear_dt)                  \

@@ -4,6 +4,7 @@
 // families' from the instrument manuals' own examples.
 #include <math.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "calib/campbell_words.h"
 #include "calib/conversions.h"
@@ -166,6 +167,54 @@ TEST(Instruments, HumidityFromTheProbesTemperature) {
   runRows({{"h2o_vaisala", {}, "", {50, 8.64264f, M, 9.27096f}, 1e-3f}}, 0.5f);
 }
 
+// Big-endian IEEE 754 floats, as a datalogger sends them.
+std::string bigFloats(std::initializer_list<float> v) {
+  std::string r;
+  for (float f : v) {
+    uint32_t u;
+    memcpy(&u, &f, 4);
+    for (int s = 24; s >= 0; s -= 8) r += static_cast<char>(u >> s & 0xff);
+  }
+  return r;
+}
+
+TEST(Instruments, GasRainRadiationAndModes) {
+  const float M = kMissing;
+  const std::string labelled = "(Data (Ndx 1545)(DiagVal 250)(CO2Raw 8.9e-2)(CO2D 3.2183277e1)(H2ORaw 5.6e-2)"
+                               "(H2OD 1.9687008e2)(Temp 2.4227569e1)(Pres 9.8640356e1)(Aux 0)(Cooler 1.57))\n";
+  const std::string fields = "Ndx,DiagVal,CO2D,H2OD,Temp,Pres";
+  runRows({
+      {"licor_7500", {"labels"}, labelled, {32.183277f, 196.87008f, 24.227569f, 98.640356f, 250, 10}, 1e-4f},
+      {"licor_7500", {fields}, "1545\t254\t15.1234\t354.123\t24.5\t101.3\r\n", {15.1234f, 354.123f, 24.5f, 101.3f, 254, 14}, 1e-4f},
+      {"licor_7500", {fields}, "1545\t254\t\t354.123\tx\n", {M, 354.123f, M, M, 254, 14}, 1e-4f},  // empty, garbled, absent
+      {"rain_sti700", {0, 1, 6}, "R- .118 000.709 01** 4999 0044 0062 +25\r\n", {0.118f, 0.709f, 25}, 1e-6f},
+      {"rain_sti700", {}, "  0.000 012.500 00** 4999 0044 0062 +25", {0, 12.5f}, 1e-6f},  // no weather, no code
+      {"rain_sti700", {0, 2}, "ER .118 000.709 01**", {M, M}, 0},
+      {"rain_sti700", {0, 2}, "R .118 000.709 01**", {0.118f, M}, 1e-6f},
+      {"rad_net_Q7", {10, 12, "big", 0, 4}, bigFloats({2, 5}), {21.23827f, 20}, 1e-4f},
+      {"rad_net_Q7", {10, 12, "big", 0, 4}, bigFloats({-1, 5}), {-12.075f, -12}, 1e-4f},
+      {"rad_net_Q7", {10, 12, "big", 0, 4}, bigFloats({2, -1}), {M, 20}, 1e-4f},  // no usable wind
+      {"rad_net_Q7", {10, 12, "little", 0, -1, 0}, std::string("\0\0\0\x40", 4), {20, 20}, 1e-4f},
+      {"rad_net_Q7", {10, 12, "big", 4, -2}, bigFloats({0, -2}), {-24, -24}, 1e-4f},
+  });
+  ScratchSite site;
+  const std::string co2 = calFile(site, "co2.cal", "2004 1 1 00:00:00 2 100\n2004 1 1 10:00:00 4 200\n");
+  const struct {
+    Row row;
+    float volts;
+  } analog[] = {
+      {{"teco", {500, 10}, "", {250}, 1e-4f}, 5},
+      {{"teco", {500, 10, 2, "ppbv"}, "", {M}, 0}, 10.6f},
+      {{"licor_co2", {co2}, "", {156}, 1e-3f, k2004 + 5 * 3600}, 2},
+      {{"licor_co2", {co2}, "", {M}, 0, k2004 - 1}, 2},
+      {{"licor_mode", {0, -0.5, 0.5, 0, 1, 0.5, 1.5, 2}, "", {0}, 0}, 0},
+      {{"sf6_mode", {0, -0.5, 0.5, 0, 1, 0.5, 1.5, 2}, "", {M}, 0}, 1},  // settling
+  };
+  for (const auto& a : analog) runRows({a.row}, a.volts);
+  InfoPtr info = init("licor_co2", {co2}, 1);
+  EXPECT_STREQ(info->units[0], "umol/mol");
+}
+
 TEST(Instruments, MoistAir) {
   const double es20 = moist_es(20);
   EXPECT_NEAR(es20, 23.383, 1e-3);
@@ -194,6 +243,11 @@ TEST(InstrumentsDeathTest, InitFaultsOncePerFamily) {
       {"gps", {"GSV"}, E("gps") + "Sentence \"GSV\" is neither \"GGA\" nor \"RMC\"\n", 6},
       {"gps_date", {}, E("gps_date") + "Invalid number of outputs \\(3\\), should be 5\n", 3},
       {"h2o_vaisala", {100, 0, 1, 2}, E("h2o_vaisala") + "Invalid number of parameters \\(4\\), should be 0 to 3\n", 4},
+      {"licor_7500", {}, E("licor_7500") + "Invalid number of parameters, should be 1\n", 6},
+      {"rain_sti700", {0, 1.5}, E("rain_sti700") + "Field 1.5 is not a whole number from 0 to 15\n", 2},
+      {"rad_net_Q7", {10, 12, "big", 0, -1}, E("rad_net_Q7") + "A fixed wind speed is given with wind source -1, and only then\n", 2},
+      {"teco", {500, 0}, E("teco") + "The full-scale voltage 0 is not above 0\n", 1},
+      {"licor_mode", {1, 2, 3}, "Illegal number of parameters\\(3\\) to licor_mode, should be multiple of 4\n", 1},
       {"camp_21x_bin", {600}, E("camp_21x_bin") + "Array id 600 is not -1 \\(any\\) or a whole number from 0 to 511\n", 1},
   };
   for (const auto& c : cases) EXPECT_EXIT(init(c.name, c.params, c.nout), testing::ExitedWithCode(1), c.message) << c.name;

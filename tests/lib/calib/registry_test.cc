@@ -26,7 +26,7 @@ TEST(Registry, LookupByExactName) {
     EXPECT_EQ(any(init_function(function_list[n].name)), function_list[n + 1].func);
   }
   EXPECT_EQ(function_list[n].func, nullptr);
-  EXPECT_EQ(n, 74u);
+  EXPECT_EQ(n, 88u);
 }
 
 TEST(CalibInfo, SurplusUnitsAndLongSummaries) {
