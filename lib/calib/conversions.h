@@ -39,6 +39,8 @@ extern "C" {
   ROW(poly)                          \
   ROW(power)                         \
   ROW(q_kh2o)                        \
+  ROW(q_kh2o_serial)                 \
+  ROW(q_kh2o_serializer)             \
   ROW(rain_sti700)                   \
   ROW(rad_net_Q7)                    \
   ROW(serial_float)                  \

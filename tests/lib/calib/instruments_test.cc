@@ -211,6 +211,18 @@ TEST(Instruments, GasRainRadiationAndModes) {
       {{"sf6_mode", {0, -0.5, 0.5, 0, 1, 0.5, 1.5, 2}, "", {M}, 0}, 1},  // settling
   };
   for (const auto& a : analog) runRows({a.row}, a.volts);
+  // Krypton hygrometer signals carried in records: rho = (lnV0 - ln V) / (x kw).
+  const std::string kh = calFile(site, "kh2o.cal", "2004 1 1 00:00:00 1.3 0.145 1.62\n");
+  auto rho = [](double v) { return static_cast<float>((1.62 - log(v)) / (1.3 * 0.145)); };
+  runRows({
+      {"q_kh2o_serial", {kh, "big", 2, "float"}, "xx" + bigFloats({1.96898f}), {rho(1.96898)}, 1e-4f},
+      {"q_kh2o_serial", {kh, "big", 0, "short", 0.001}, B("\x07\xb1"), {rho(1.969)}, 1e-4f},
+      {"q_kh2o_serial", {kh, "little", 0, "ushort", 0.001}, B("\0\0"), {M}, 0},  // no signal
+      {"q_kh2o_serializer", {kh, "big", 0, 0, 5, 12}, B("\x06\x4d"), {rho(1613 * 5 / 4096.0)}, 1e-4f},
+      {"q_kh2o_serializer", {kh, "big", 0, 0, 5, 12, 2, -1}, B("\x06\x4d"), {rho((1613 * 5 / 4096.0 + 1) / 2)}, 1e-4f},
+      {"q_kh2o_serializer", {kh, "big", 0, 0, 5, 12}, B("\x0f\xff"), {M}, 0},  // at the rail
+      {"q_kh2o_serializer", {kh, "big", 0, 1, 5, 12}, B("\xf8\x00"), {M}, 0},  // -2048: the signed rail
+  });
   InfoPtr info = init("licor_co2", {co2}, 1);
   EXPECT_STREQ(info->units[0], "umol/mol");
 }
@@ -248,6 +260,8 @@ TEST(InstrumentsDeathTest, InitFaultsOncePerFamily) {
       {"rad_net_Q7", {10, 12, "big", 0, -1}, E("rad_net_Q7") + "A fixed wind speed is given with wind source -1, and only then\n", 2},
       {"teco", {500, 0}, E("teco") + "The full-scale voltage 0 is not above 0\n", 1},
       {"licor_mode", {1, 2, 3}, "Illegal number of parameters\\(3\\) to licor_mode, should be multiple of 4\n", 1},
+      {"q_kh2o_serial", {"kh2o.cal", "big", 0, "double"}, E("q_kh2o_serial") + "Field type \"double\" is none of \"float\", \"short\" and \"ushort\"\n", 1},
+      {"q_kh2o_serializer", {"kh2o.cal", "big", 0, 0, 5, 24}, E("q_kh2o_serializer") + "The converter's bit count 24 is not a whole number from 2 to 16\n", 1},
       {"camp_21x_bin", {600}, E("camp_21x_bin") + "Array id 600 is not -1 \\(any\\) or a whole number from 0 to 511\n", 1},
   };
   for (const auto& c : cases) EXPECT_EXIT(init(c.name, c.params, c.nout), testing::ExitedWithCode(1), c.message) << c.name;
