@@ -34,8 +34,3 @@ double moist_mixing_ratio(double e, double p) {
   if (absent(e) || absent(p) || !(e > 0) || !(p > e)) return CALIB_MISSING;
   return 622.0 * e / (p - e);
 }
-
-double moist_specific_humidity(double e, double p) {
-  if (absent(e) || absent(p) || !(e > 0) || !(p > e)) return CALIB_MISSING;
-  return 622.0 * e / (p - 0.378 * e);
-}

@@ -20,7 +20,4 @@ double moist_vapour_density(double e, double t);
 // Mixing ratio, g/kg: 622 e / (p - e).
 double moist_mixing_ratio(double e, double p);
 
-// Specific humidity, g/kg: 622 e / (p - 0.378 e).
-double moist_specific_humidity(double e, double p);
-
 #endif
