@@ -203,7 +203,7 @@ int main(int argc, char** argv) {
     logit(LOG_ERR, "%s: the port has closed", baseName(argv[0]));
   } catch (const std::exception& e) {
     // Also on standard error: the supervisor's log shows why a start failed.
-    fprintf(stderr, "%s: %s\n", baseName(argv[0]), e.what());
+    if (syslogit) fprintf(stderr, "%s: %s\n", baseName(argv[0]), e.what());
     logit(LOG_ERR, "%s: %s", baseName(argv[0]), e.what());
   }
   return 1;

@@ -4,144 +4,63 @@
 // same samples, whatever the corruption and however the bytes arrive.
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <dirent.h>
-#include <errno.h>
-#include <string.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <fstream>
 #include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "Acquisition.h"
-#include "ArchiveWriter.h"
 #include "base/Exception.h"
+#include "lib/samples/sample_support.h"
 #include "support/scratch_site.h"
 
 namespace {
 
-std::vector<std::string> filesIn(const std::string& dir) {
-  std::vector<std::string> names;
+using namespace sample_test;
+
+// The files of dir, in name order, each with its contents.
+std::map<std::string, std::string> files(const std::string& dir) {
+  std::map<std::string, std::string> out;
   DIR* d = opendir(dir.c_str());
-  for (struct dirent* e; d && (e = readdir(d)) != nullptr;)
-    if (e->d_name[0] != '.') names.push_back(e->d_name);
+  for (struct dirent* e; d && (e = readdir(d)) != nullptr;) {
+    std::stringstream s;
+    if (e->d_name[0] != '.') out[e->d_name] = (s << std::ifstream(dir + "/" + e->d_name).rdbuf(), s.str());
+  }
   if (d) closedir(d);
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-std::string contents(const std::string& path) {
-  std::stringstream s;
-  s << std::ifstream(path).rdbuf();
-  return s.str();
-}
-
-// Hands out the chunks of a stream; between chunks a non-blocking reader
-// finds nothing (EAGAIN), a blocking one the next chunk; at the end a
-// blocking reader meets the end of the stream.
-class ChunkSource : public ByteSource {
- public:
-  ChunkSource(std::vector<std::string> chunks, bool pauses) : chunks_(std::move(chunks)), pauses_(pauses) {}
-  long read(char* p, size_t n) override {
-    if (paused_ || i_ == chunks_.size()) {
-      paused_ = false;
-      if (i_ == chunks_.size() && !pauses_) return 0;
-      errno = EAGAIN;
-      return -1;
-    }
-    const size_t k = std::min(n, chunks_[i_].size() - at_);
-    memcpy(p, chunks_[i_].data() + at_, k);
-    if ((at_ += k) == chunks_[i_].size()) at_ = 0, ++i_, paused_ = pauses_;
-    return static_cast<long>(k);
-  }
-  bool done() const { return i_ == chunks_.size(); }
-
- private:
-  std::vector<std::string> chunks_;
-  bool pauses_, paused_ = false;
-  size_t i_ = 0, at_ = 0;
-};
-
-// A serial line's input as the port's readers build it: end-of-message
-// byte 3, millisecond tags.
-class LineInput : public RawDataInput {
- public:
-  LineInput(ChunkSource* src, bool nonBlocking_)
-      : RawDataInput(std::unique_ptr<ByteSource>(src), 0, 8192, msecs) {
-    framer.setEndOfMessage(3);
-    nonBlocking = nonBlocking_;
-  }
-};
-
-std::string asWire(const RawSample& s) {
-  return std::string(reinterpret_cast<const char*>(&s.tt), 4) + char(s.chan) + char(s.len) +
-         std::string(static_cast<const char*>(s.data), s.len);
-}
-
-uint32_t msOfDayNow() {
-  struct timespec ts;
-  clock_gettime(CLOCK_REALTIME, &ts);
-  return static_cast<uint32_t>(ts.tv_sec % 86400 * 1000);
-}
-
-std::string goodSample(std::mt19937& rng, uint32_t ms) {
-  const uint32_t tt = htonl(ms);
-  std::string s(reinterpret_cast<const char*>(&tt), 4);
-  const int len = static_cast<int>(rng() % 256);
-  s += char(1 + rng() % 4);
-  s += char(len);
-  for (int k = 0; k < len; ++k) s += char(rng());
-  return s;
-}
-
-// Good samples, and between them noise ending in an end byte, samples with
-// a wrong end byte and samples cut short; then cut at random places.
-std::vector<std::string> corruptStream(std::mt19937& rng, uint32_t ms) {
-  std::string bytes;
-  for (int i = 0; i < 300; ++i) {
-    std::string s = goodSample(rng, ms + static_cast<uint32_t>(i));
-    switch (rng() % 10) {
-      case 0:
-        for (int k = static_cast<int>(rng() % 40); k > 0; --k) bytes += char(rng());
-        bytes += '\3';
-        break;
-      case 1:
-        bytes += s + char(4 + rng() % 250);
-        continue;
-      case 2:
-        bytes += s.substr(0, rng() % s.size());
-        continue;
-    }
-    bytes += s + '\3';
-  }
-  std::vector<std::string> chunks;
-  for (size_t at = 0; at < bytes.size();) {
-    const size_t k = std::min<size_t>(bytes.size() - at, 1 + rng() % (rng() % 4 == 0 ? 4096 : 64));
-    chunks.push_back(bytes.substr(at, k));
-    at += k;
-  }
-  return chunks;
-}
-
-// What serial_ingest's sampling mode prints as samples for these chunks.
-std::vector<std::string> samplingMode(const std::vector<std::string>& chunks) {
-  LineInput in(new ChunkSource(chunks, false), false);
-  std::vector<std::string> out;
-  RawSample s;
-  try {
-    for (;;)
-      if (in.readSample(&s) == Framer::Sample) out.push_back(asWire(s));
-  } catch (const oru::EOFException&) {
-  }
   return out;
 }
 
+const double kStart = 1.7e9;  // 22:13:20 UTC
+const uint32_t kStartMs = 80000000;
+
+// Good samples with stretches of noise ending in an end byte, samples with
+// a wrong end byte and samples cut short, in random pieces with pauses.
+std::vector<std::string> corruptStream(std::mt19937& rng) {
+  std::string bytes;
+  for (uint32_t i = 0; i < 300; ++i) {
+    Record r{kStartMs + i, static_cast<uint8_t>(1 + rng() % 4), std::string(rng() % 256, '\0')};
+    for (char& c : r.data) c = static_cast<char>(rng());
+    const std::string s = bytesOf(r);
+    const unsigned kind = rng() % 10;
+    if (kind == 0) {
+      for (int k = static_cast<int>(rng() % 40); k > 0; --k) bytes += static_cast<char>(rng());
+      bytes += '\3';
+    }
+    bytes += kind == 1 ? s + static_cast<char>(4 + rng() % 250) : kind == 2 ? s.substr(0, rng() % s.size()) : s + '\3';
+  }
+  std::vector<std::string> pieces;
+  for (size_t at = 0; at < bytes.size();) {
+    pieces.push_back(bytes.substr(at, 1 + rng() % (rng() % 4 == 0 ? 4096 : 64)));
+    at += pieces.back().size();
+    if (rng() % 2) pieces.emplace_back();  // nothing now
+  }
+  return pieces;
+}
+
 struct FakeClock {
-  double mono = 1000, wall = 1.7e9;
+  double mono = 1000, wall = kStart;
   IngestClock seam() {
     return {[this] { return mono; }, [this] { return wall; }};
   }
@@ -158,42 +77,44 @@ class Acquire : public ::testing::Test {
 TEST_F(Acquire, IngestFramesWhatTheSamplingModePrints) {
   std::mt19937 rng(19);
   const int kStreams = 200;
-  unsigned long seen = 0, tossed = 0;
+  unsigned long printed = 0, tossed = 0;
   for (int n = 0; n < kStreams; ++n) {
-    const std::vector<std::string> chunks = corruptStream(rng, msOfDayNow());
-    const std::vector<std::string> expected = samplingMode(chunks);
+    const std::vector<std::string> pieces = corruptStream(rng);
+    // serial_ingest's sampling mode: readSample in a loop, to the end.
+    std::vector<std::string> want, got;
+    MemoryInput sampling(pieces, true, 0, kStart, true);
+    RawSample s;
+    try {
+      for (;;)
+        if (sampling.readSample(&s) == Framer::Sample) want.push_back(bytesOf(recordOf(s)));
+    } catch (const oru::EOFException&) {
+    }
+    MemoryInput port(pieces, false, 0, kStart, true);
     ArchiveWriter archive(dir(), "s%H%M%S", 3600);
-    ChunkSource* src = new ChunkSource(chunks, true);
-    LineInput in(src, true);
     InputState state;
-    std::vector<std::string> got;
-    Acquisition acq(in, archive, state, clock_.seam(),
-                    [&got](int, const char* p, size_t k) { got.push_back(std::string(p, k)); });
-    for (int idle = 0; idle < 3; clock_.mono += 0.001) idle = acq.serve(true, false) == 0 && src->done() ? idle + 1 : 0;
+    Acquisition acq(port, archive, state, clock_.seam(), [&got](int, const char* p, size_t k) { got.emplace_back(p, k); });
+    for (size_t k = 0; k < 3 * pieces.size(); ++k, clock_.mono += 0.001) acq.serve(true, false);
     // Ingest's samples are the sampling mode's, in order, less those tossed.
-    auto it = expected.begin();
-    for (const std::string& g : got) it = std::find(it, expected.end(), g);
-    ASSERT_TRUE(it != expected.end() || got.empty()) << "stream " << n << ": a sample Ingest framed differently";
-    ASSERT_EQ(got.size() + state.tossedTags, expected.size()) << "stream " << n;
-    seen += expected.size();
+    auto it = want.begin();
+    for (const std::string& g : got) it = std::find(it, want.end(), g);
+    ASSERT_TRUE(it != want.end() || got.empty()) << "stream " << n << ": a sample Ingest framed differently";
+    ASSERT_EQ(got.size() + state.tossedTags, want.size()) << "stream " << n;
+    printed += want.size();
     tossed += state.tossedTags;
   }
-  std::cout << kStreams << " streams, " << seen << " samples, " << tossed << " tossed by the time-tag guard\n";
+  std::cout << kStreams << " streams, " << printed << " samples, " << tossed << " tossed by the time-tag guard\n";
 }
 
 // A step of the wall clock moves neither the port's next read nor the
 // flush; the quiet state reaches the status.
 TEST_F(Acquire, RunsOnTheMonotonicClock) {
-  const uint32_t ms = msOfDayNow();
-  std::mt19937 rng(3);
-  const std::string a = goodSample(rng, ms), b = goodSample(rng, ms + 1);
-  ChunkSource* src = new ChunkSource({a + '\3', b + '\3'}, true);
-  LineInput in(src, true);
+  const std::string a = bytesOf(Record{kStartMs, 1, "ab"}), b = bytesOf(Record{kStartMs + 1, 2, "cd"});
+  MemoryInput port({a + '\3', "", b + '\3'}, false, 0, kStart, true);
   ArchiveWriter archive(dir(), "s%H%M%S", 3600);
   archive.prepare();
   state_.station = "tern2";
   state_.port = "/dev/ttyS3";
-  Acquisition acq(in, archive, state_, clock_.seam(), [](int, const char*, size_t) {});
+  Acquisition acq(port, archive, state_, clock_.seam(), [](int, const char*, size_t) {});
   ASSERT_EQ(acq.serve(true, false), 1);
   EXPECT_FALSE(acq.watchPort());
   EXPECT_LE(acq.pollTimeout(), 3);
@@ -203,10 +124,8 @@ TEST_F(Acquire, RunsOnTheMonotonicClock) {
   EXPECT_LE(acq.pollTimeout(), 1000);
   clock_.mono += 1;
   acq.tick();
-  const std::vector<std::string> files = filesIn(dir());
-  ASSERT_EQ(files.size(), 1u);
-  EXPECT_EQ(contents(dir() + "/" + files[0]), a + b) << "not flushed a second after";
-  EXPECT_EQ(state_.archiveFile, dir() + "/" + files[0]);
+  EXPECT_EQ(files(dir()), (std::map<std::string, std::string>{{"s221320", a + b}})) << "not flushed a second on";
+  EXPECT_EQ(state_.archiveFile, dir() + "/s221320");
   clock_.mono += 10;
   acq.tick();
   EXPECT_TRUE(state_.quiet);
@@ -224,9 +143,8 @@ TEST(QuietWatch, WarnsOncePerSilenceScaledToTheInstrument) {
     double t = 0;
     for (int i = 0; i < 200; ++i) w.sample(t += c.interval);
     w.check(t + c.silent);
-    EXPECT_EQ(w.quiet(), c.quiet) << c.interval << " s apart, " << c.silent << " s silent";
     w.check(t + c.silent + 0.05);
-    EXPECT_EQ(w.spells(), c.quiet ? 1u : 0u);
+    EXPECT_EQ(w.spells(), c.quiet ? 1u : 0u) << c.interval << " s apart, " << c.silent << " s silent";
     w.sample(t + c.silent + 0.1);
     EXPECT_FALSE(w.quiet());
     if (c.quiet) {
@@ -242,47 +160,31 @@ TEST(ArchiveWriterNames, PatternsThatLeaveTheDirectoryAreRefused) {
     EXPECT_NO_THROW(ArchiveWriter("/tmp/raw", p, 3600)) << p;
 }
 
-TEST_F(Acquire, DirectoryIsMadeOrTheReasonGiven) {
-  ArchiveWriter(dir() + "/a/b", "x", 3600).prepare();
-  struct stat st;
-  EXPECT_EQ(stat((dir() + "/a/b").c_str(), &st), 0);
-  EXPECT_EQ(filesIn(dir() + "/a/b").size(), 0u) << "the probe file stayed";
-  std::ofstream(site_.root() + "/plain") << "x";
-  try {
-    ArchiveWriter(site_.root() + "/plain/raw", "x", 3600).prepare();
-    ADD_FAILURE() << "no exception";
-  } catch (const oru::IOException& e) {
-    EXPECT_NE(std::string(e.what()).find(site_.root() + "/plain/raw"), std::string::npos) << e.what();
-    EXPECT_NE(std::string(e.what()).find(strerror(ENOTDIR)), std::string::npos) << e.what();
-  }
-}
-
-// 400 rotations within a second make one file, named by its second; a
-// removed directory is made again and a new file opened at the next flush;
-// while the directory cannot be made the failure is reported, and clears.
-TEST_F(Acquire, ArchiveSurvivesStormsAndARemovedDirectory) {
-  ArchiveWriter w(dir(), "t%H%M%S", 3600);
+// The directory is made with its parents; 400 rotations within a second
+// make one file, named by its second; a removed directory is made again
+// and a new file opened at the next flush; while it cannot be made the
+// failure is reported, and clears.
+TEST_F(Acquire, ArchiveDirectoryIsMadeAndSurvivesStormsAndRemoval) {
+  ArchiveWriter w(dir() + "/a/b", "t%H%M%S", 3600);
   w.prepare();
-  const double t = 1.7e9;
+  EXPECT_TRUE(files(dir() + "/a/b").empty()) << "the probe file stayed";
   for (int i = 0; i < 400; ++i) {
-    w.append("abcdefg", 7, t + i * 0.002);
-    w.rotate(t + i * 0.002);
+    w.append("abcdefg", 7, kStart + i * 0.002);
+    w.rotate(kStart + i * 0.002);
   }
-  w.flush(t + 0.9);
-  EXPECT_EQ(filesIn(dir()), std::vector<std::string>{"t221320"});
+  w.flush(kStart + 0.9);
+  EXPECT_EQ(files(dir() + "/a/b").size(), 1u);
   ASSERT_EQ(system(("rm -rf '" + dir() + "'").c_str()), 0);
   std::ofstream(dir()) << "in the way";
-  w.append("hijklmn", 7, t + 1.2);
-  w.flush(t + 1.3);
-  EXPECT_NE(w.failure(), "");
-  EXPECT_GT(w.errors(), 0u);
+  w.append("hijklmn", 7, kStart + 1.2);
+  w.flush(kStart + 1.3);
+  EXPECT_NE(w.failure().find(dir() + "/a/b"), std::string::npos) << w.failure();
+  EXPECT_NE(w.failure().find(strerror(ENOTDIR)), std::string::npos) << w.failure();
   ASSERT_EQ(unlink(dir().c_str()), 0);
-  w.flush(t + 2.3);
-  w.flush(t + 3.3);
+  w.flush(kStart + 2.3);
+  w.flush(kStart + 3.3);
   EXPECT_EQ(w.failure(), "");
-  const std::vector<std::string> files = filesIn(dir());
-  ASSERT_EQ(files.size(), 1u);
-  EXPECT_EQ(contents(dir() + "/" + files[0]), "hijklmn");
+  EXPECT_EQ(files(dir() + "/a/b"), (std::map<std::string, std::string>{{"t221323", "hijklmn"}}));
 }
 
 }  // namespace
