@@ -25,6 +25,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -126,7 +127,7 @@ void refuseIfServed(const std::string& station, int moduleNumber) {
   char text[160];
   snprintf(text, sizeof text, "program %#lx for %s is already registered: another Ingest serves this station on this computer",
            static_cast<unsigned long>(prog), station.c_str());
-  throw oru::Exception("Ingest", text);
+  throw std::runtime_error(text);
 }
 
 int run(int argc, char** argv) {
