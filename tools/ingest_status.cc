@@ -48,7 +48,7 @@ bool call(CLIENT* clnt, rpcproc_t proc, xdrproc_t in, void* arg, xdrproc_t out, 
 }
 
 void printInput(const input_status& s) {
-  printf("station %s  port %s  %s  %s  %.1f samples/s  %d bad  %lu tossed tags  up %lu s\n", s.station, s.port,
+  printf("station %s  port %s  %s  %s  %.1f samples/s  %d bad  %lu untrusted tags  up %lu s\n", s.station, s.port,
          s.open ? "open" : "closed", s.state, static_cast<double>(s.sampleRate), s.badSerialSamples, s.tossedTags,
          s.upTime);
   if (s.lastSampleAge < 0)

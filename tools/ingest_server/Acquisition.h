@@ -7,8 +7,9 @@
 // The clocks come in through IngestClock, so the loop runs in memory too.
 //
 // Samples are read through RawDataInput::readSample, as serial_ingest's
-// sampling mode reads them: the same bytes give the same samples, less
-// those whose time tags the input's guard refuses (counted as tossed).
+// sampling mode reads them: the same bytes give the same samples, all of
+// them archived and served; those whose time tags the input's guard would
+// not trust are counted (the line's noise shows there), not dropped.
 #ifndef HERON_INGEST_SERVER_ACQUISITION_H
 #define HERON_INGEST_SERVER_ACQUISITION_H
 

@@ -35,7 +35,7 @@ struct InputState {
   bool open = false;
   unsigned long samples = 0;     // good samples since the start
   int badSerialSamples = 0;      // framing errors and untrusted time tags
-  unsigned long tossedTags = 0;  // of which untrusted time tags
+  unsigned long tossedTags = 0;  // samples whose time tags the guard would not trust
   double started = 0;
   double lastSample = -1;        // -1: none yet
   bool quiet = false;            // no data for longer than the quiet bound
