@@ -9,6 +9,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,31 @@ inline Record recordOf(const RawSample& s) {
 
 inline bool operator==(const Record& a, const Record& b) {
   return a.ms == b.ms && a.chan == b.chan && a.data == b.data;
+}
+
+// Good samples with stretches of noise ending in an end byte, samples with
+// a wrong end byte and samples cut short, tags rising from startMs, in
+// random pieces; an empty piece is a pause.
+inline std::vector<std::string> corruptStream(std::mt19937& rng, uint32_t startMs) {
+  std::string bytes;
+  for (uint32_t i = 0; i < 300; ++i) {
+    Record r{startMs + i, static_cast<uint8_t>(1 + rng() % 4), std::string(rng() % 256, '\0')};
+    for (char& c : r.data) c = static_cast<char>(rng());
+    const std::string s = bytesOf(r);
+    const unsigned kind = rng() % 10;
+    if (kind == 0) {
+      for (int k = static_cast<int>(rng() % 40); k > 0; --k) bytes += static_cast<char>(rng());
+      bytes += '\3';
+    }
+    bytes += kind == 1 ? s + static_cast<char>(4 + rng() % 250) : kind == 2 ? s.substr(0, rng() % s.size()) : s + '\3';
+  }
+  std::vector<std::string> pieces;
+  for (size_t at = 0; at < bytes.size();) {
+    pieces.push_back(bytes.substr(at, 1 + rng() % (rng() % 4 == 0 ? 4096 : 64)));
+    at += pieces.back().size();
+    if (rng() % 2) pieces.emplace_back();  // nothing now
+  }
+  return pieces;
 }
 
 // Hands out its pieces in order, each in reads of at most the size asked;

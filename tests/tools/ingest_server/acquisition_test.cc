@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 
 #include <fstream>
-#include <random>
 #include <sstream>
 
 #include "Acquisition.h"
@@ -35,30 +34,6 @@ std::map<std::string, std::string> files(const std::string& dir) {
 const double kStart = 1.7e9;  // 22:13:20 UTC
 const uint32_t kStartMs = 80000000;
 
-// Good samples with stretches of noise ending in an end byte, samples with
-// a wrong end byte and samples cut short, in random pieces with pauses.
-std::vector<std::string> corruptStream(std::mt19937& rng) {
-  std::string bytes;
-  for (uint32_t i = 0; i < 300; ++i) {
-    Record r{kStartMs + i, static_cast<uint8_t>(1 + rng() % 4), std::string(rng() % 256, '\0')};
-    for (char& c : r.data) c = static_cast<char>(rng());
-    const std::string s = bytesOf(r);
-    const unsigned kind = rng() % 10;
-    if (kind == 0) {
-      for (int k = static_cast<int>(rng() % 40); k > 0; --k) bytes += static_cast<char>(rng());
-      bytes += '\3';
-    }
-    bytes += kind == 1 ? s + static_cast<char>(4 + rng() % 250) : kind == 2 ? s.substr(0, rng() % s.size()) : s + '\3';
-  }
-  std::vector<std::string> pieces;
-  for (size_t at = 0; at < bytes.size();) {
-    pieces.push_back(bytes.substr(at, 1 + rng() % (rng() % 4 == 0 ? 4096 : 64)));
-    at += pieces.back().size();
-    if (rng() % 2) pieces.emplace_back();  // nothing now
-  }
-  return pieces;
-}
-
 struct FakeClock {
   double mono = 1000, wall = kStart;
   IngestClock seam() {
@@ -79,7 +54,7 @@ TEST_F(Acquire, IngestFramesWhatTheSamplingModePrints) {
   const int kStreams = 200;
   unsigned long printed = 0, tossed = 0;
   for (int n = 0; n < kStreams; ++n) {
-    const std::vector<std::string> pieces = corruptStream(rng);
+    const std::vector<std::string> pieces = corruptStream(rng, kStartMs);
     // serial_ingest's sampling mode: readSample in a loop, to the end.
     std::vector<std::string> want, got;
     MemoryInput sampling(pieces, true, 0, kStart, true);
