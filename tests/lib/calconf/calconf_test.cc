@@ -14,18 +14,13 @@
 #include "calconf/SidList.h"
 #include "calconf/TernList.h"
 #include "support/scratch_site.h"
+#include "support/thrown.h"
 
 namespace {
 
-// The message of the BadConfigurationException that f throws, or "none".
 template <class F>
 std::string failure(F f) {
-  try {
-    f();
-  } catch (const BadConfigurationException& e) {
-    return e.toString();
-  }
-  return "none";
+  return thrownText<BadConfigurationException>(f);
 }
 
 const char kSensor[] = "sensor s { module m 0 ; outputs a ; calibrate linear ; }\n";
@@ -39,7 +34,7 @@ std::string repeat(const std::string& s, int n) {
 TEST(CalConf, TernList) {
   ScratchSite site;
   TernList::clear();
-  EXPECT_NE(failure([] { TernList::initialize(); }), "none");
+  EXPECT_NE(failure([] { TernList::initialize(); }), "nothing thrown");
   site.write("config/kites_config", "# kites_number no 9\nkites_number site 3 extra\nother kites_number x 5\n"
                                     "kites_number tern1 1\n");
   EXPECT_EQ(TernList::TernInfo("site").number, 3);
@@ -192,7 +187,7 @@ TEST(CalConf, ArchiveFiles) {
   EXPECT_EQ(ac.GetArchiveFileNames("tern1", noon + 3600, noon + 7200, starts),
             std::vector<std::string>{site.root() + "/raw/tern1_20261121_130000.raw"});
   EXPECT_TRUE(ac.GetArchiveFileNames("tern1", noon - 100, noon, starts).empty());
-  EXPECT_NE(failure([&] { ac.GetArchiveFileNames("tern2", 0, 1, starts); }), "none");
+  EXPECT_NE(failure([&] { ac.GetArchiveFileNames("tern2", 0, 1, starts); }), "nothing thrown");
   setenv("RAWDATADIR", "/nonexistent", 1);
   EXPECT_NE(failure([&] { ArchiveConfig(site.opsDir().append("/archive_config").c_str())
                               .GetArchiveFileNames("tern1", 0, 1, starts); }).find("opendir"), std::string::npos);

@@ -20,6 +20,7 @@
 #include "rpc/getTernServerEnvVar.h"
 #include "rpc/ingest_client.h"
 #include "support/rpc_fixture.h"
+#include "support/thrown.h"
 
 namespace {
 
@@ -207,11 +208,7 @@ TEST_F(IngestClient, EveryCallEndsInTime) {
     const auto start = std::chrono::steady_clock::now();
     std::string got;
     if (module) {
-      try {
-        getTernServerEnvVar("PROJECT");
-      } catch (const oru::IOException& e) {
-        got = e.toString();
-      }
+      got = thrownText<oru::IOException>([] { getTernServerEnvVar("PROJECT"); });
     } else {
       int err = 0;
       testing::internal::CaptureStderr();
