@@ -45,14 +45,12 @@ TEST(CalConf, TernList) {
   EXPECT_EQ(failure([] { TernList::TernInfo("x"); }), "BadConfigurationException: tern \"x\"" + tail);
   EXPECT_EQ(failure([] { TernList::TernInfo(5); }), "BadConfigurationException: tern #5" + tail);
   TernList::clear();
-  // Numbers out of range once crashed the calibration or wrapped onto another module.
+  // Numbers out of range once crashed the calibration or wrapped onto another
+  // module (site_check's test has -5, 2**32 + 1 and a missing number).
   const std::string range = "\" is not 0 to 1048575";
   for (const auto& c : std::vector<std::pair<std::string, std::string>>{
-           {"kites_number a -5", "module number \"-5" + range},
            {"kites_number a 2147483648", "module number \"2147483648" + range},
-           {"kites_number a 4294967297", "module number \"4294967297" + range},
-           {"kites_number a 1x", "module number \"1x" + range},
-           {"kites_number a", "expected \"kites_number NAME NUMBER\""}}) {
+           {"kites_number a 1x", "module number \"1x" + range}}) {
     site.write("config/kites_config", "kites_number ok 1\n" + c.first + "\n");
     EXPECT_EQ(failure([] { TernList::initialize(); }),
               "BadConfigurationException: " + site.root() + "/config/kites_config:2: " + c.second);
@@ -164,9 +162,8 @@ TEST(CalConf, LagFileReadForward) {
   for (const auto& s : steps) EXPECT_EQ(lag.GetLag(s.t), s.lag) << s.t;
   const struct {
     const char *text, *message;
-  } bad[] = {{"10 1\n5 2\n", "2: time goes backward"}, {"10 x\n", "1: expected a time and a lag"}, {"\n1\n", "2: expected a time and a lag"},
-               {"  0.5\n", "1: expected a time and a lag"}, {"10 1e39\n", "1: lag 1e39 s is beyond a day (86400 s)"},
-               {"10 -86401\n", "1: lag -86401 s is beyond a day (86400 s)"}};
+  } bad[] = {{"10 1\n5 2\n", "2: time goes backward"}, {"10 x\n", "1: expected a time and a lag"},
+               {"\n1\n", "2: expected a time and a lag"}, {"10 -86401\n", "1: lag -86401 s is beyond a day (86400 s)"}};
   for (const auto& c : bad) {
     Lag l;
     l.setFile(site.write("l", c.text));

@@ -34,8 +34,7 @@ bool answerPing(struct svc_req* rq, SVCXPRT* xprt) {
 }
 
 void catchStops() {
-  struct sigaction sa;
-  memset(&sa, 0, sizeof sa);
+  struct sigaction sa = {};
   sa.sa_handler = onStop;
   sigset_t stops;
   sigemptyset(&stops);
@@ -51,8 +50,7 @@ void catchStops() {
 int listenRegistered(rpcprog_t prog) {
   catchStops();
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  struct sockaddr_in sin;
-  memset(&sin, 0, sizeof sin);
+  struct sockaddr_in sin = {};
   sin.sin_family = AF_INET;
   sin.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t len = sizeof sin;
