@@ -1,5 +1,6 @@
 // ingest_status: the state of a station's ingest server, through its status
-// procedures: the input (port, rate, bad samples, time up) and one line per
+// procedures: the input (port, state, rate, bad samples, time up, last
+// sample, quiet spells, archive file and failures) and one line per
 // live connection with its counters.
 //
 //   ingest_status <station> [host]
@@ -47,8 +48,16 @@ bool call(CLIENT* clnt, rpcproc_t proc, xdrproc_t in, void* arg, xdrproc_t out, 
 }
 
 void printInput(const input_status& s) {
-  printf("station %s  port %s  %s  %.1f samples/s  %d bad  up %lu s\n", s.station, s.port,
-         s.open ? "open" : "closed", static_cast<double>(s.sampleRate), s.badSerialSamples, s.upTime);
+  printf("station %s  port %s  %s  %s  %.1f samples/s  %d bad  %lu tossed tags  up %lu s\n", s.station, s.port,
+         s.open ? "open" : "closed", s.state, static_cast<double>(s.sampleRate), s.badSerialSamples, s.tossedTags,
+         s.upTime);
+  if (s.lastSampleAge < 0)
+    printf("last sample  none yet  quiet spells %lu\n", s.quietSpells);
+  else
+    printf("last sample  %.1f s ago  quiet spells %lu\n", static_cast<double>(s.lastSampleAge), s.quietSpells);
+  printf("archive %s  %lu errors  %lu samples lost\n", s.archiveFile[0] ? s.archiveFile : "(none open)",
+         s.archiveErrors, s.samplesLost);
+  if (s.archiveError[0]) printf("archive failing: %s\n", s.archiveError);
 }
 
 void printConnections(const ingest_connection* c) {

@@ -17,6 +17,10 @@ constexpr float CALIB_MISSING = 1e37f;
 // Anything at or above this counts as missing when a value is tested.
 constexpr float CALIB_MISSING_TEST = 1e36f;
 
+// A raw record reaches a conversion in at least this many bytes, zero past
+// the sample's own: a decoder of variable records reads no further.
+constexpr int CALIB_RECORD_ROOM = 256;
+
 // Reports a configuration fault of a module's init function:
 // "Error: <module> calibration function error", then the formatted line, on
 // standard error, and exits with status 1.

@@ -20,23 +20,43 @@ extern "C" {
   ROW(baro_GENERIC)                  \
   ROW(baro_PARA)                     \
   ROW(baro_vais)                     \
+  ROW(camp_cr10)                     \
+  ROW(camp_21x_bin)                  \
+  ROW(camp_hr_bin)                   \
+  ROW(campbell_binary)               \
   ROW(diff_float)                    \
   ROW(dual_uv)                       \
   ROW(fis_linear)                    \
+  ROW(gps)                           \
+  ROW(gps_date)                      \
+  ROW(h2o_vaisala)                   \
+  ROW(licor_co2)                     \
+  ROW(licor_mode)                    \
+  ROW(licor_7500)                    \
   ROW(linear)                        \
   ROW(mode)                          \
   ROW(plinear)                       \
   ROW(poly)                          \
   ROW(power)                         \
   ROW(q_kh2o)                        \
+  ROW(q_kh2o_serial)                 \
+  ROW(q_kh2o_serializer)             \
+  ROW(rain_sti700)                   \
+  ROW(rad_net_Q7)                    \
   ROW(serial_float)                  \
   ROW(serial_short)                  \
   ROW(serial_ushort)                 \
   ROW(serial_float_linear)           \
+  ROW(sf6_mode)                      \
+  ROW(solent_tv)                     \
   ROW(sonic_csat3)                   \
+  ROW(sonic_gill)                    \
+  ROW(sonic_gill_transit)            \
+  ROW(sonic_metek)                   \
   ROW(status)                        \
   ROW(t_AIR)                         \
   ROW(t_vaisala)                     \
+  ROW(teco)                          \
   ROW(td_linear)                     \
   ROW(td_linear_interp)              \
   ROW(td_linear_dt)                  \
@@ -65,6 +85,9 @@ extern float* temp_AIR;
 // Latest air temperature (degC) of each use of t_vaisala, 1e37 until its
 // first sample; null until t_vaisala_init has run with a nonzero nchan.
 extern double* temp_vaisala;
+
+// How many entries temp_vaisala has: the uses of t_vaisala set up so far.
+extern int temp_vaisala_uses;
 
 #ifdef __cplusplus
 }

@@ -13,9 +13,10 @@ CalibInfo* fixed_line_init(const char* module, const char* version, UseTable<Lin
   return info;
 }
 
-CalibInfo* file_line_info(const char* module, const char* version, void** params, int nparam, int nout) {
+CalibInfo* file_line_info(const char* module, const char* version, void** params, int nparam, int nout,
+                          const char* default_unit) {
   calib_check_nparam(module, nparam, 1, 2);
-  CalibInfo* info = calib_info(version, nout, {calib_optional_unit(params, nparam, 1)});
+  CalibInfo* info = calib_info(version, nout, {nparam > 1 ? calib_param_string(params, 1) : default_unit});
   CalibInfoSetParamString(info, "\"%s\"", calib_param_string(params, 0));
   return info;
 }

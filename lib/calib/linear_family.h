@@ -43,8 +43,10 @@ struct FileLine {
 };
 
 // The check and CalibInfo of a line from a calibration file.  Parameters:
-// the file [text], unit [text, optional]; summary "\"<file>\"".
-CalibInfo* file_line_info(const char* module, const char* version, void** params, int nparam, int nout);
+// the file [text], unit [text, optional, default_unit when absent]; summary
+// "\"<file>\"".
+CalibInfo* file_line_info(const char* module, const char* version, void** params, int nparam, int nout,
+                          const char* default_unit = "");
 
 // Parameters: the calibration file [text] whose records hold at least
 // nvalues values, unit [text, optional].  Loads the file for use ichan when

@@ -2,7 +2,10 @@
 // signalled as a voltage level.  Each mode has a voltage range and a settling
 // time: the output is the mode's number once the voltage has stayed in its
 // range for that time, and missing while a new mode settles or when no range
-// holds the voltage.
+// holds the voltage.  licor_mode (the sample, zero and span states of a
+// closed-path CO2 analyser's valves) and sf6_mode (an SF6 tracer analyser's
+// sampling and trap-purge cycle) are the same conversion under the names a
+// configuration gives those instruments, each with its own uses.
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -13,7 +16,6 @@
 #include "base/fatal.h"
 
 namespace {
-const char kVersion[] = "mode 1.0";
 struct Group {
   float mode, lower, upper;
   double settle;
@@ -23,11 +25,8 @@ struct Use {
   int current;        // group in force, -1 for none
   double entered;     // sample time at which the current group was entered
 };
-UseTable<Use> uses;
-}  // namespace
 
-extern "C" int mode(double* time, calib_input in, float* out, int ichan) {
-  Use& u = uses[ichan];
+int convert(Use& u, double* time, calib_input in, float* out) {
   const float x = in.volts;
   int g = 0;
   const int ngroups = static_cast<int>(u.groups.size());
@@ -47,9 +46,10 @@ extern "C" int mode(double* time, calib_input in, float* out, int ichan) {
 
 // Parameters, in groups of four [numbers]: mode number, lower and upper
 // voltage of its range, settling time in seconds.
-extern "C" CalibInfo* mode_init(int ichan, int nchan, void** params, int nparam, int nout) {
+CalibInfo* init(const char* module, const char* version, UseTable<Use>& uses, int ichan, int nchan, void** params,
+                int nparam, int nout) {
   if (nparam <= 0 || nparam % 4 != 0) {
-    fprintf(stderr, "Illegal number of parameters(%d) to %s, should be multiple of 4\n", nparam, "mode");
+    fprintf(stderr, "Illegal number of parameters(%d) to %s, should be multiple of 4\n", nparam, module);
     exit_status_1();
   }
   const int ngroups = nparam / 4;
@@ -68,13 +68,29 @@ extern "C" CalibInfo* mode_init(int ichan, int nchan, void** params, int nparam,
       if (n > 0) used += static_cast<size_t>(n);
     }
   }
-  CalibInfo* info = AllocCalibInfo(nout, kVersion);
+  CalibInfo* info = AllocCalibInfo(nout, version);
   CalibInfoSetUnits(info, 1, "");
   CalibInfoSetParamString(info, "%s", summary);
   if (nchan > 0) {
-    Use& u = uses.prepare("mode", ichan, nchan);
+    Use& u = uses.prepare(module, ichan, nchan);
     u.groups = std::move(groups);
     u.current = -1;
   }
   return info;
 }
+}  // namespace
+
+#define MODE_MEMBER(name)                                                                     \
+  namespace {                                                                                 \
+  UseTable<Use> name##_uses;                                                                  \
+  }                                                                                           \
+  extern "C" int name(double* time, calib_input in, float* out, int ichan) {                 \
+    return convert(name##_uses[ichan], time, in, out);                                         \
+  }                                                                                            \
+  extern "C" CalibInfo* name##_init(int ichan, int nchan, void** params, int nparam, int nout) { \
+    return init(#name, #name " 1.0", name##_uses, ichan, nchan, params, nparam, nout);          \
+  }
+
+MODE_MEMBER(mode)
+MODE_MEMBER(licor_mode)
+MODE_MEMBER(sf6_mode)

@@ -31,6 +31,7 @@ extern "C" CalibInfo* t_vaisala_init(int ichan, int nchan, void** params, int np
     coefs.prepare("t_vaisala", ichan, nchan) = c;
     latest.prepare("t_vaisala", ichan, nchan) = 1e37;
     temp_vaisala = latest.data();
+    if (nchan > temp_vaisala_uses) temp_vaisala_uses = nchan;
   }
   return info;
 }

@@ -9,7 +9,6 @@
 #include <string.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -26,11 +25,6 @@ IngestService* theService = nullptr;  // the one the RPC dispatch serves
 
 bool_t xdrVoid(XDR*, void*) { return TRUE; }
 
-double now() {
-  struct timeval tv;
-  gettimeofday(&tv, nullptr);
-  return tv.tv_sec + tv.tv_usec * 1e-6;
-}
 
 std::string dotted(uint32_t address) {
   struct in_addr a = {htonl(address)};
@@ -368,10 +362,17 @@ void IngestDispatch::status(SVCXPRT* xprt) {
     return;
   }
   const InputState& in = theService->input_;
-  const double up = now() - in.started;
+  const double t = IngestService::monotonic();  // the acquisition's clock
+  const double up = t - in.started;
+  // Only as much of a text as its bound lets through.
+  const std::string error = in.archiveFailure.substr(0, 1023), file = in.archiveFile.substr(0, 1023);
+  const char* state = !in.archiveFailure.empty() ? "archive-failing" : in.quiet ? "quiet" : "up";
   input_status st = {static_cast<float>(up > 0 ? in.samples / up : 0), in.badSerialSamples,
                      static_cast<unsigned long>(up), const_cast<char*>(in.station.c_str()),
-                     const_cast<char*>(in.port.c_str()), in.open};
+                     const_cast<char*>(in.port.c_str()), in.open, const_cast<char*>(state),
+                     const_cast<char*>(error.c_str()), in.samplesLost, in.archiveErrors, in.tossedTags,
+                     static_cast<float>(in.lastSample < 0 ? -1 : t - in.lastSample), in.quietSpells,
+                     const_cast<char*>(file.c_str())};
   input_status_res res;
   // An empty name asks for this server's input, whatever its station.
   res.ierr = station[0] == '\0' || in.station == station ? 0 : 1;

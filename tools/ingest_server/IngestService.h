@@ -29,12 +29,20 @@
 #include "site/AllowList.h"
 
 // What INGEST_INPUT_STATUS reports; kept up to date by the acquisition.
+// Times are of the monotonic clock.
 struct InputState {
   std::string station, port;
   bool open = false;
-  unsigned long samples = 0;  // good samples since the start
-  int badSerialSamples = 0;   // framing errors and untrusted time tags
-  double started = 0;         // seconds since the epoch
+  unsigned long samples = 0;     // good samples since the start
+  int badSerialSamples = 0;      // framing errors and untrusted time tags
+  unsigned long tossedTags = 0;  // of which untrusted time tags
+  double started = 0;
+  double lastSample = -1;        // -1: none yet
+  bool quiet = false;            // no data for longer than the quiet bound
+  unsigned long quietSpells = 0;
+  std::string archiveFailure;    // empty while archiving works
+  unsigned long archiveErrors = 0, samplesLost = 0;
+  std::string archiveFile;
 };
 
 class IngestService {

@@ -12,22 +12,24 @@
 // new archive file.  See Ingest.8.
 #include <errno.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <poll.h>
+#include <rpc/pmap_clnt.h>
+#include <rpc/rpc.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/signalfd.h>
-#include <sys/time.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cmath>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "Acquisition.h"
 #include "ArchiveWriter.h"
 #include "IngestService.h"
 #include "base/Exception.h"
@@ -40,12 +42,6 @@
 #include "site/IngestConfig.h"
 
 namespace {
-
-double now() {
-  struct timeval tv;
-  gettimeofday(&tv, nullptr);
-  return tv.tv_sec + tv.tv_usec * 1e-6;
-}
 
 const char* baseName(const char* path) {
   const char* slash = strrchr(path, '/');
@@ -107,13 +103,32 @@ int signalFd() {
   return fd;
 }
 
-// The raw form of a sample: header (time tag as it came) and data.
-size_t wireForm(const RawSample& s, char* out) {
-  memcpy(out, &s.tt, 4);
-  out[4] = static_cast<char>(s.chan);
-  out[5] = static_cast<char>(s.len);
-  memcpy(out + RawSample::headLen, static_cast<const char*>(s.data), s.len);
-  return RawSample::headLen + s.len;
+bool_t xdrNone(XDR*, void*) { return TRUE; }
+
+// Another Ingest of this station is alive when rpcbind holds its program
+// and something answers the program's NULL procedure.  A registration left
+// by a killed predecessor answers nothing; the service takes it over.
+void refuseIfServed(const std::string& station, int moduleNumber) {
+  const rpcprog_t prog = static_cast<rpcprog_t>(INGEST_PROG + moduleNumber);
+  struct sockaddr_in addr;
+  memset(&addr, 0, sizeof addr);
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const u_short port = pmap_getport(&addr, prog, INGEST_VERS, IPPROTO_TCP);
+  if (port == 0) return;
+  addr.sin_port = htons(port);
+  int sock = RPC_ANYSOCK;
+  CLIENT* c = clnttcp_create(&addr, prog, INGEST_VERS, &sock, 0, 0);
+  if (c == nullptr) return;
+  struct timeval wait = {2, 0};
+  const enum clnt_stat st = clnt_call(c, NULLPROC, reinterpret_cast<xdrproc_t>(xdrNone), nullptr,
+                                      reinterpret_cast<xdrproc_t>(xdrNone), nullptr, wait);
+  clnt_destroy(c);
+  if (st != RPC_SUCCESS) return;
+  char text[160];
+  snprintf(text, sizeof text, "program %#lx for %s is already registered: another Ingest serves this station on this computer",
+           static_cast<unsigned long>(prog), station.c_str());
+  throw std::runtime_error(text);
 }
 
 int run(int argc, char** argv) {
@@ -127,77 +142,45 @@ int run(int argc, char** argv) {
   if (!archives.archiveOf(port.station.c_str(), pattern, period))
     throw BadConfigurationException("archive_config names no archive for " + port.station);
   ArchiveWriter archive(archives.directory(), pattern, period);
+  // An archive that cannot be written stops the start, loudly, before the
+  // station is offered to anyone.
+  archive.prepare();
+  refuseIfServed(port.station, module.number);
 
   InputState input;
   input.station = port.station;
   input.port = port.device;
   input.open = true;
-  input.started = now();
   OwlFastoutRawDataInput in(port.device.c_str(), port.station.c_str(), module.number, port.fd);
   in.setNonBlocking(1);
   IngestService service(module.number, input, siteAllowList());
+  Acquisition acq(in, archive, input, IngestClock::system(),
+                  [&service](int chan, const char* p, size_t n) { service.deliver(chan, p, n); });
   logit(LOG_NOTICE, "%s on %s: archiving to %s, serving program %#x", port.station.c_str(), port.device.c_str(),
         archives.directory().c_str(), static_cast<unsigned>(INGEST_PROG + module.number));
 
-  RawSample samp;
-  char wire[RawSample::headLen + 256];
-  double nextFlush = now() + 1;
-  // After a read that found samples the port rests kGather seconds: what
-  // gathers meanwhile is read, archived and sent to each client in one go,
-  // a few system calls every few milliseconds instead of a few per sample.
-  // A sample waits at most that long; an idle port is watched for its next
-  // byte.
-  // One go stops after kBatch bytes, so that each client is offered its
-  // share and the sockets are looked at again before more is queued.
-  const double kGather = 0.003;
-  const size_t kBatch = 16 * 1024;
-  double portDue = 0;  // when resting, the time to read the port again
   std::vector<struct pollfd> fds;
   for (;;) {
-    fds.assign({{sigfd, POLLIN, 0}, {portDue > 0 ? -1 : port.fd, POLLIN, 0}});
+    fds.assign({{sigfd, POLLIN, 0}, {acq.watchPort() ? port.fd : -1, POLLIN, 0}});
     service.pollFds(fds);
-    const double left = (portDue > 0 ? std::min(portDue, nextFlush) : nextFlush) - now();
-    const int wait = left > 0 ? static_cast<int>(std::ceil(left * 1000)) : 0;
-    if (poll(fds.data(), fds.size(), wait) < 0 && errno != EINTR) throw oru::IOException("poll", "wait", errno);
+    if (poll(fds.data(), fds.size(), acq.pollTimeout()) < 0 && errno != EINTR)
+      throw oru::IOException("poll", "wait", errno);
     if (fds[0].revents & POLLIN) {
       struct signalfd_siginfo si;
       if (read(sigfd, &si, sizeof si) != sizeof si) throw oru::IOException("signals", "read", errno);
-      if (si.ssi_signo == SIGHUP) {
-        logit(LOG_NOTICE, "SIGHUP: new archive file");
-        archive.rotate(now());
-      } else {
+      if (si.ssi_signo != SIGHUP) {
         logit(LOG_NOTICE, "%s: ending", signame(static_cast<int>(si.ssi_signo)));
         break;
       }
+      logit(LOG_NOTICE, "SIGHUP: new archive file");
+      acq.rotate();
     }
-    const double t = now();
-    if ((portDue > 0 && t >= portDue) || (fds[1].revents & (POLLIN | POLLHUP | POLLERR))) {
-      int got = 0;
-      size_t batch = 0;
-      for (int r; batch < kBatch && (r = in.readSample(&samp)) != Framer::NoData; ++got) {
-        if (r == Framer::FramingError || in.tt_to_secs(static_cast<long>(samp.tt)) == RawDataInput::BIGBANG) {
-          ++input.badSerialSamples;
-          continue;
-        }
-        const size_t n = wireForm(samp, wire);
-        ++input.samples;
-        batch += n;
-        archive.append(wire, n, t);
-        service.deliver(samp.chan, wire, n);
-      }
+    if (acq.serve((fds[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0, (fds[1].revents & POLLHUP) != 0) > 0)
       service.send();
-      // A hung-up line reads as nothing at all, every time: end, and let
-      // the supervisor start us again.
-      if (got == 0 && (fds[1].revents & POLLHUP)) throw oru::EOFException(port.device.c_str(), "read");
-      portDue = batch >= kBatch ? t : got > 0 ? t + kGather : 0;
-    }
     service.handle(fds.data(), 2);
-    if (now() >= nextFlush) {
-      archive.flush(now());
-      nextFlush = now() + 1;
-    }
+    acq.tick();
   }
-  archive.rotate(now());
+  acq.rotate();
   close(sigfd);
   return 0;
 }
@@ -221,6 +204,8 @@ int main(int argc, char** argv) {
   } catch (const oru::EOFException& e) {
     logit(LOG_ERR, "%s: the port has closed", baseName(argv[0]));
   } catch (const std::exception& e) {
+    // Also on standard error: the supervisor's log shows why a start failed.
+    if (syslogit) fprintf(stderr, "%s: %s\n", baseName(argv[0]), e.what());
     logit(LOG_ERR, "%s: %s", baseName(argv[0]), e.what());
   }
   return 1;

@@ -1,0 +1,67 @@
+#include "calib/nmea.h"
+
+#include <math.h>
+#include <stdlib.h>
+#include <string.h>
+
+namespace {
+int hex(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+}  // namespace
+
+bool nmea_parse(const char* raw, const char* name, NmeaSentence* s) {
+  memcpy(s->text, raw, CALIB_RECORD_ROOM);
+  s->text[CALIB_RECORD_ROOM] = '\0';
+  char* p = strchr(s->text, '$');
+  if (!p || strlen(p) < 7 || strncmp(p + 3, name, 3) != 0 || p[6] != ',') return false;
+  ++p;
+  char* star = strchr(p, '*');
+  if (star) {
+    unsigned char x = 0;
+    for (const char* q = p; q < star; ++q) x ^= static_cast<unsigned char>(*q);
+    const int hi = hex(star[1]), lo = hi < 0 ? -1 : hex(star[2]);
+    if (lo < 0 || (hi << 4 | lo) != x) return false;
+    *star = '\0';
+  } else {
+    p[strcspn(p, "\r\n")] = '\0';
+  }
+  s->nfields = 0;
+  for (char* f = p; f && s->nfields < NmeaSentence::kMaxFields;) {
+    s->field[s->nfields++] = f;
+    f = strchr(f, ',');
+    if (f) *f++ = '\0';
+  }
+  return true;
+}
+
+double nmea_number(const NmeaSentence& s, int i) {
+  if (i >= s.nfields || s.field[i][0] == '\0') return CALIB_MISSING;
+  char* end;
+  const double v = strtod(s.field[i], &end);
+  return *end == '\0' && isfinite(v) ? v : CALIB_MISSING;
+}
+
+double nmea_degrees(const NmeaSentence& s, int i) {
+  const double v = nmea_number(s, i);
+  if (v >= CALIB_MISSING_TEST || v < 0 || i + 1 >= s.nfields) return CALIB_MISSING;
+  const char h = s.field[i + 1][0];
+  if (!strchr("NSEW", h) || h == '\0' || s.field[i + 1][1] != '\0') return CALIB_MISSING;
+  const double deg = floor(v / 100.0), min = v - 100.0 * deg;
+  if (min >= 60.0) return CALIB_MISSING;
+  const double d = deg + min / 60.0;
+  return h == 'S' || h == 'W' ? -d : d;
+}
+
+double nmea_seconds_of_day(const NmeaSentence& s, int i) {
+  const double v = nmea_number(s, i);
+  if (v >= CALIB_MISSING_TEST || v < 0 || v >= 240000.0) return CALIB_MISSING;
+  const double hms = floor(v);
+  const int h = static_cast<int>(hms / 10000), m = static_cast<int>(fmod(hms, 10000) / 100);
+  const double sec = fmod(hms, 100) + (v - hms);
+  if (m >= 60 || sec >= 61.0) return CALIB_MISSING;
+  return h * 3600.0 + m * 60.0 + sec;
+}

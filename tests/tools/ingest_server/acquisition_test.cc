@@ -1,0 +1,190 @@
+// Ingest's acquisition in memory: the archive writer in a scratch folder,
+// the loop's clocks and quiet watch through the clock seam, and the one
+// framing: the bytes serial_ingest's sampling mode reads give Ingest the
+// same samples, whatever the corruption and however the bytes arrive.
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "Acquisition.h"
+#include "base/Exception.h"
+#include "lib/samples/sample_support.h"
+#include "support/scratch_site.h"
+
+namespace {
+
+using namespace sample_test;
+
+// The files of dir, in name order, each with its contents.
+std::map<std::string, std::string> files(const std::string& dir) {
+  std::map<std::string, std::string> out;
+  DIR* d = opendir(dir.c_str());
+  for (struct dirent* e; d && (e = readdir(d)) != nullptr;) {
+    std::stringstream s;
+    if (e->d_name[0] != '.') out[e->d_name] = (s << std::ifstream(dir + "/" + e->d_name).rdbuf(), s.str());
+  }
+  if (d) closedir(d);
+  return out;
+}
+
+const double kStart = 1.7e9;  // 22:13:20 UTC
+const uint32_t kStartMs = 80000000;
+
+// Good samples with stretches of noise ending in an end byte, samples with
+// a wrong end byte and samples cut short, in random pieces with pauses.
+std::vector<std::string> corruptStream(std::mt19937& rng) {
+  std::string bytes;
+  for (uint32_t i = 0; i < 300; ++i) {
+    Record r{kStartMs + i, static_cast<uint8_t>(1 + rng() % 4), std::string(rng() % 256, '\0')};
+    for (char& c : r.data) c = static_cast<char>(rng());
+    const std::string s = bytesOf(r);
+    const unsigned kind = rng() % 10;
+    if (kind == 0) {
+      for (int k = static_cast<int>(rng() % 40); k > 0; --k) bytes += static_cast<char>(rng());
+      bytes += '\3';
+    }
+    bytes += kind == 1 ? s + static_cast<char>(4 + rng() % 250) : kind == 2 ? s.substr(0, rng() % s.size()) : s + '\3';
+  }
+  std::vector<std::string> pieces;
+  for (size_t at = 0; at < bytes.size();) {
+    pieces.push_back(bytes.substr(at, 1 + rng() % (rng() % 4 == 0 ? 4096 : 64)));
+    at += pieces.back().size();
+    if (rng() % 2) pieces.emplace_back();  // nothing now
+  }
+  return pieces;
+}
+
+struct FakeClock {
+  double mono = 1000, wall = kStart;
+  IngestClock seam() {
+    return {[this] { return mono; }, [this] { return wall; }};
+  }
+};
+
+class Acquire : public ::testing::Test {
+ protected:
+  std::string dir() const { return site_.root() + "/raw"; }
+  ScratchSite site_;
+  FakeClock clock_;
+  InputState state_;
+};
+
+TEST_F(Acquire, IngestFramesWhatTheSamplingModePrints) {
+  std::mt19937 rng(19);
+  const int kStreams = 200;
+  unsigned long printed = 0, tossed = 0;
+  for (int n = 0; n < kStreams; ++n) {
+    const std::vector<std::string> pieces = corruptStream(rng);
+    // serial_ingest's sampling mode: readSample in a loop, to the end.
+    std::vector<std::string> want, got;
+    MemoryInput sampling(pieces, true, 0, kStart, true);
+    RawSample s;
+    try {
+      for (;;)
+        if (sampling.readSample(&s) == Framer::Sample) want.push_back(bytesOf(recordOf(s)));
+    } catch (const oru::EOFException&) {
+    }
+    MemoryInput port(pieces, false, 0, kStart, true);
+    ArchiveWriter archive(dir(), "s%H%M%S", 3600);
+    InputState state;
+    Acquisition acq(port, archive, state, clock_.seam(), [&got](int, const char* p, size_t k) { got.emplace_back(p, k); });
+    for (size_t k = 0; k < 3 * pieces.size(); ++k, clock_.mono += 0.001) acq.serve(true, false);
+    // Ingest's samples are the sampling mode's, in order, less those tossed.
+    auto it = want.begin();
+    for (const std::string& g : got) it = std::find(it, want.end(), g);
+    ASSERT_TRUE(it != want.end() || got.empty()) << "stream " << n << ": a sample Ingest framed differently";
+    ASSERT_EQ(got.size() + state.tossedTags, want.size()) << "stream " << n;
+    printed += want.size();
+    tossed += state.tossedTags;
+  }
+  std::cout << kStreams << " streams, " << printed << " samples, " << tossed << " tossed by the time-tag guard\n";
+}
+
+// A step of the wall clock moves neither the port's next read nor the
+// flush; the quiet state reaches the status.
+TEST_F(Acquire, RunsOnTheMonotonicClock) {
+  const std::string a = bytesOf(Record{kStartMs, 1, "ab"}), b = bytesOf(Record{kStartMs + 1, 2, "cd"});
+  MemoryInput port({a + '\3', "", b + '\3'}, false, 0, kStart, true);
+  ArchiveWriter archive(dir(), "s%H%M%S", 3600);
+  archive.prepare();
+  state_.station = "tern2";
+  state_.port = "/dev/ttyS3";
+  Acquisition acq(port, archive, state_, clock_.seam(), [](int, const char*, size_t) {});
+  ASSERT_EQ(acq.serve(true, false), 1);
+  EXPECT_FALSE(acq.watchPort());
+  EXPECT_LE(acq.pollTimeout(), 3);
+  clock_.wall -= 60;
+  clock_.mono += Acquisition::kGather;
+  EXPECT_EQ(acq.serve(false, false), 1) << "the rest outlasted its 3 ms";
+  EXPECT_LE(acq.pollTimeout(), 1000);
+  clock_.mono += 1;
+  acq.tick();
+  EXPECT_EQ(files(dir()), (std::map<std::string, std::string>{{"s221320", a + b}})) << "not flushed a second on";
+  EXPECT_EQ(state_.archiveFile, dir() + "/s221320");
+  clock_.mono += 10;
+  acq.tick();
+  EXPECT_TRUE(state_.quiet);
+  EXPECT_EQ(state_.quietSpells, 1u);
+}
+
+// Quiet after max(10 s, 10 x the mean interval); one spell per silence.
+TEST(QuietWatch, WarnsOncePerSilenceScaledToTheInstrument) {
+  struct Case {
+    double interval, silent;
+    bool quiet;
+  } cases[] = {{0.1, 9.9, false}, {0.1, 10.1, true}, {3, 29, false}, {3, 31, true}};
+  for (const Case& c : cases) {
+    QuietWatch w("tern2", "/dev/ttyS3", 0);
+    double t = 0;
+    for (int i = 0; i < 200; ++i) w.sample(t += c.interval);
+    w.check(t + c.silent);
+    w.check(t + c.silent + 0.05);
+    EXPECT_EQ(w.spells(), c.quiet ? 1u : 0u) << c.interval << " s apart, " << c.silent << " s silent";
+    w.sample(t + c.silent + 0.1);
+    EXPECT_FALSE(w.quiet());
+    if (c.quiet) {
+      EXPECT_NEAR(w.threshold(), std::max(10.0, 10 * c.interval), 0.01) << "a quiet spell in the mean";
+    }
+  }
+}
+
+TEST(ArchiveWriterNames, PatternsThatLeaveTheDirectoryAreRefused) {
+  for (const char* p : {"../x%H", "/etc/x%H", "a/../../x", "..", "a/.."})
+    EXPECT_THROW(ArchiveWriter("/tmp/raw", p, 3600), BadConfigurationException) << p;
+  for (const char* p : {"tern1_%Y%m%d.raw", "sub/t%H", "..x%H", "a..b"})
+    EXPECT_NO_THROW(ArchiveWriter("/tmp/raw", p, 3600)) << p;
+}
+
+// The directory is made with its parents; 400 rotations within a second
+// make one file, named by its second; a removed directory is made again
+// and a new file opened at the next flush; while it cannot be made the
+// failure is reported, and clears.
+TEST_F(Acquire, ArchiveDirectoryIsMadeAndSurvivesStormsAndRemoval) {
+  ArchiveWriter w(dir() + "/a/b", "t%H%M%S", 3600);
+  w.prepare();
+  EXPECT_TRUE(files(dir() + "/a/b").empty()) << "the probe file stayed";
+  for (int i = 0; i < 400; ++i) {
+    w.append("abcdefg", 7, kStart + i * 0.002);
+    w.rotate(kStart + i * 0.002);
+  }
+  w.flush(kStart + 0.9);
+  EXPECT_EQ(files(dir() + "/a/b").size(), 1u);
+  ASSERT_EQ(system(("rm -rf '" + dir() + "'").c_str()), 0);
+  std::ofstream(dir()) << "in the way";
+  w.append("hijklmn", 7, kStart + 1.2);
+  w.flush(kStart + 1.3);
+  EXPECT_NE(w.failure().find(dir() + "/a/b"), std::string::npos) << w.failure();
+  EXPECT_NE(w.failure().find(strerror(ENOTDIR)), std::string::npos) << w.failure();
+  ASSERT_EQ(unlink(dir().c_str()), 0);
+  w.flush(kStart + 2.3);
+  w.flush(kStart + 3.3);
+  EXPECT_EQ(w.failure(), "");
+  EXPECT_EQ(files(dir() + "/a/b"), (std::map<std::string, std::string>{{"t221323", "hijklmn"}}));
+}
+
+}  // namespace
