@@ -32,17 +32,26 @@ const DaemonSite::Report* find(const std::vector<DaemonSite::Report>& rs, const 
     if (r.at("station") == st && r.at("pid") != notPid) return &r;
   return nullptr;
 }
+
+std::string hostName() {
+  struct utsname un;
+  return uname(&un) == 0 ? un.nodename : "";
+}
+
+class Daemon : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
+  }
+  DaemonSite site;
+};
 }  // namespace
 
-TEST(Daemon, SupervisesThisHostsPortsRestartsRereadsAndEndsOnSigint) {
-  DaemonSite site;
-  if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
+TEST_F(Daemon, SupervisesThisHostsPortsRestartsRereadsAndEndsOnSigint) {
   heron_test::TestModuleServer server({"PROJECT=demo", "OPS=ops1"});
   ASSERT_TRUE(server.ok()) << server.error();
 
-  struct utsname un;
-  ASSERT_EQ(uname(&un), 0);
-  const std::string me = un.nodename, shortMe = me.substr(0, me.find('.'));
+  const std::string me = hostName(), shortMe = me.substr(0, me.find('.'));
   const std::string badFlow = site.addPort();
   std::string table = "# test site\n" + serialLine("mine", me, site.addPort()) + serialLine("anyhost", "-", site.addPort()) +
                       serialLine("short", shortMe, site.addPort()) + serialLine("theirs", "elsewhere", site.addPort()) +
@@ -105,9 +114,7 @@ TEST(Daemon, SupervisesThisHostsPortsRestartsRereadsAndEndsOnSigint) {
 
 // A child that ends at once is started again after 1, 2 and 4 seconds; a
 // SIGINT while a pass goes through ports that fail is answered at once.
-TEST(Daemon, BacksOffQuickEndsAndAnswersSigintBetweenPortStarts) {
-  DaemonSite site;
-  if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
+TEST_F(Daemon, BacksOffQuickEndsAndAnswersSigintBetweenPortStarts) {
   heron_test::TestModuleServer server({"PROJECT=demo", "OPS=ops1"});
   ASSERT_TRUE(server.ok()) << server.error();
   std::string table = serialLine("quick", "-", site.addPort());
@@ -139,9 +146,7 @@ TEST(Daemon, BacksOffQuickEndsAndAnswersSigintBetweenPortStarts) {
 
 // SIGINT during a module-server call that the server drags out (a reply of
 // six seconds, one byte at a time) ends the call and the supervisor at once.
-TEST(Daemon, AnswersSigintDuringASlowModuleServerCall) {
-  DaemonSite site;
-  if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
+TEST_F(Daemon, AnswersSigintDuringASlowModuleServerCall) {
   heron_test::ServerProcess slow(heron_test::testProgramPath("ingest_test_server"),
                                  {std::to_string(heron_test::kModuleServerProgram), "--reply=trickle"});
   ASSERT_TRUE(slow.ok()) << slow.error();
@@ -156,14 +161,10 @@ TEST(Daemon, AnswersSigintDuringASlowModuleServerCall) {
   EXPECT_LT(std::chrono::steady_clock::now() - sent, std::chrono::seconds(2));
 }
 
-TEST(Daemon, EndsWhenThereIsNothingToDoOrNoTable) {
-  DaemonSite site;
-  if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
+TEST_F(Daemon, EndsWhenThereIsNothingToDoOrNoTable) {
   site.writeConfig(serialLine("theirs", "elsewhere", "/dev/null") + "net - socket\n");
   ASSERT_EQ(site.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1"}), 0);
-  struct utsname un;
-  ASSERT_EQ(uname(&un), 0);
-  EXPECT_NE(site.waitLog(std::string(" on ") + un.nodename +
+  EXPECT_NE(site.waitLog(" on " + hostName() +
                          " has nothing to do (no serial port entries in ingest.conf for me)"),
             "");
   EXPECT_TRUE(site.waitDaemonExit());
@@ -179,9 +180,7 @@ TEST(Daemon, EndsWhenThereIsNothingToDoOrNoTable) {
 // A set-user-id-root copy run by an unprivileged user keeps no privilege:
 // it cannot open a port its user could not, and in daemon mode neither the
 // supervisor nor its children stay root.
-TEST(Daemon, SetUserIdCopyGivesUpRoot) {
-  DaemonSite site;
-  if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
+TEST_F(Daemon, SetUserIdCopyGivesUpRoot) {
   struct passwd* nobody = getpwnam("nobody");
   if (!nobody) GTEST_SKIP() << "no user nobody";
   struct statvfs fs;

@@ -19,6 +19,7 @@
 #include "base/Exception.h"
 #include "port/TTy.h"
 #include "port/opentty.h"
+#include "support/thrown.h"
 
 namespace {
 // Stands in a modem word for TIOCMGET when not negative; this definition
@@ -40,14 +41,7 @@ extern "C" int ioctl(int fd, unsigned long request, ...) __THROW {
 }
 
 namespace {
-std::string thrown(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const oru::IOException& e) {
-    return e.toString();
-  }
-  return "nothing thrown";
-}
+const auto thrown = [](const std::function<void()>& call) { return thrownText<oru::IOException>(call); };
 
 class PtyTest : public ::testing::Test {
  protected:

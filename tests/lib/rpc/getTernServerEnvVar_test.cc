@@ -7,6 +7,7 @@
 
 #include "base/Exception.h"
 #include "support/rpc_fixture.h"
+#include "support/thrown.h"
 
 namespace {
 
@@ -17,12 +18,7 @@ void serverHosts(const char* config, const char* ingest) {
 }
 
 std::string failureText() {
-  try {
-    getTernServerEnvVar("PROJECT");
-  } catch (const oru::IOException& e) {
-    return e.toString();
-  }
-  return "no exception";
+  return thrownText<oru::IOException>([] { getTernServerEnvVar("PROJECT"); });
 }
 
 TEST(GetTernServerEnvVar, ReadsTheServersEnvironment) {
@@ -43,12 +39,8 @@ TEST(GetTernServerEnvVar, LongValuesUpToTheReplyBound) {
   serverHosts(heron_test::kLoopback, nullptr);
   EXPECT_EQ(getTernServerEnvVar("A"), std::string(5000, 'x'));
   EXPECT_EQ(getTernServerEnvVar("B"), std::string(100000, 'x'));
-  try {
-    getTernServerEnvVar("C");
-    ADD_FAILURE() << "a reply over 1 MiB was taken";
-  } catch (const oru::IOException& e) {
-    EXPECT_NE(e.toString().find("RPC: Can't decode result"), std::string::npos) << e.toString();
-  }
+  const std::string tooLong = thrownText<oru::IOException>([] { getTernServerEnvVar("C"); });
+  EXPECT_NE(tooLong.find("RPC: Can't decode result"), std::string::npos) << tooLong;
 }
 
 // No such host, nothing registered (replies that do not decode: see

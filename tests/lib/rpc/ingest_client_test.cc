@@ -1,7 +1,6 @@
 // The ingest client against the test ingest server through the real
 // rpcbind: whole connection cycles on both socket kinds, each failure code
 // once, and the messages the operators see.
-#include <dirent.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -11,6 +10,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
+#include <iterator>
 #include <set>
 #include <string>
 
@@ -20,24 +21,19 @@
 #include "rpc/getTernServerEnvVar.h"
 #include "rpc/ingest_client.h"
 #include "support/rpc_fixture.h"
+#include "support/thrown.h"
 
 namespace {
 
 using heron_test::kLoopback;
 
-int openDescriptors() {
-  int n = 0;
-  DIR* d = opendir("/proc/self/fd");
-  while (d != nullptr && readdir(d) != nullptr) ++n;
-  if (d != nullptr) closedir(d);
-  return n;
+long openDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
 struct Mask {
   uint32_t words[CHAN_MASK_WORDS] = {};
-  explicit Mask(std::set<int> chans) {
-    for (int c : chans) set_channel(words, c);
-  }
+  explicit Mask(std::set<int> chans) { for (int c : chans) set_channel(words, c); }
 };
 
 // The channel of the next raw sample (6-byte header, 4 data bytes) on a data
@@ -115,7 +111,7 @@ class IngestClient : public ::testing::Test {
   }
 
   int number_ = heron_test::testSystemNumber();
-  int fdsBefore_ = openDescriptors();
+  long fdsBefore_ = openDescriptors();
   std::string log_;
 };
 
@@ -207,11 +203,7 @@ TEST_F(IngestClient, EveryCallEndsInTime) {
     const auto start = std::chrono::steady_clock::now();
     std::string got;
     if (module) {
-      try {
-        getTernServerEnvVar("PROJECT");
-      } catch (const oru::IOException& e) {
-        got = e.toString();
-      }
+      got = thrownText<oru::IOException>([] { getTernServerEnvVar("PROJECT"); });
     } else {
       int err = 0;
       testing::internal::CaptureStderr();

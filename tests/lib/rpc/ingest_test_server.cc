@@ -7,14 +7,13 @@
 // as given) with the rpcbind on 127.0.0.1, prints "ready" and serves until
 // SIGTERM or SIGINT.
 //
-// Served normally, INGEST_CONNECT connects back to the caller's address at
-// the announced port (stream) or sends datagrams there, as Ingest does;
-// every 20 ms each connection gets one raw sample of every channel in its
-// mask: the 6-byte header (big-endian time tag in milliseconds of the day,
-// channel, length 4) and the connection's tick count, big-endian, as data.  INGEST_DISCONNECT and INGEST_RESET_CONNECT act on the connection
-// of the same name and port.  With --no-connect-back INGEST_CONNECT is
-// accepted but never connected back; with --stranger a connection from
-// 127.0.0.2 that sends "stranger" comes first.
+// Served normally, it is the station's own ingest service, and every 20 ms
+// each client gets one raw sample of every channel it asked for: the 6-byte
+// header (big-endian time tag in milliseconds of the day, channel, length
+// 4) and the tick count, big-endian, as data.  With --no-connect-back
+// INGEST_CONNECT succeeds but nothing connects back; with --stranger a
+// connection from 127.0.0.2 that sends "stranger" comes first, then the
+// server's own with one sample of channel 3.
 //
 // With --reply every call is answered badly, whatever the program:
 //   garbage    the call's xid and then words that are no reply; the
@@ -27,9 +26,6 @@
 //   hugestring a successful reply whose result announces a string of
 //              0xfffffff0 bytes and holds 4; then the connection closes
 #include <arpa/inet.h>
-#include <errno.h>
-#include <fcntl.h>
-#include <netdb.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -37,130 +33,83 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <list>
 #include <string>
 #include <vector>
 
-#include "rpc/ingest_peer.h"
+#include "IngestService.h"
+#include "base/Exception.h"
 #include "rpc/ingest_rpc.h"
 #include "rpc_server_loop.h"
 
 namespace {
 
-struct Connection {
-  std::string name;
-  unsigned short port = 0;
-  bool dgram = false;
-  int fd = -1;
-  uint32_t mask[8] = {};
-  uint32_t ticks = 0;
-  std::string queue;  // stream bytes not yet written
-};
-
-bool connectBack = true;
-bool stranger = false;
-std::list<Connection> connections;
-
-std::list<Connection>::iterator find(const connect_t& p) {
-  for (auto it = connections.begin(); it != connections.end(); ++it)
-    if (it->port == p.s_port && it->name == p.name) return it;
-  return connections.end();
-}
-
-bool copyMask(uint32_t* mask, const connect_t& p) {
-  if (p.channels.channels_len != 8) return false;
-  memcpy(mask, p.channels.channels_val, sizeof(uint32_t[8]));
-  return true;
-}
-
-// Connects to the client's data socket, where the call came from.
-int openBack(const connect_t& p, struct svc_req* rq) {
-  struct sockaddr_in to;
-  if (!ingest_peer_address(p, rq, &to)) return -1;
-  if (stranger) {
-    struct sockaddr_in from = {};
-    from.sin_family = AF_INET;
-    from.sin_addr.s_addr = htonl(0x7f000002);  // 127.0.0.2
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0 || bind(fd, reinterpret_cast<struct sockaddr*>(&from), sizeof from) != 0 ||
-        connect(fd, reinterpret_cast<struct sockaddr*>(&to), sizeof to) != 0 || send(fd, "stranger", 8, 0) != 8)
-      perror("ingest_test_server: stranger");
-    if (fd >= 0) close(fd);
-  }
-  int fd = socket(AF_INET, (p.sock_is_dgram ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0);
-  if (fd >= 0 && (connect(fd, reinterpret_cast<struct sockaddr*>(&to), sizeof to) != 0 ||
-                  fcntl(fd, F_SETFL, O_NONBLOCK) != 0)) {
-    close(fd);
-    fd = -1;
-  }
-  return fd;
-}
-
-void drop(std::list<Connection>::iterator it) {
-  if (it->fd >= 0) close(it->fd);
-  connections.erase(it);
-}
-
-int handle(rpcproc_t proc, const connect_t& p, struct svc_req* rq) {
-  auto it = find(p);
-  if (proc == INGEST_DISCONNECT || proc == INGEST_RESET_CONNECT) {
-    if (it == connections.end()) return -1;
-    if (proc == INGEST_RESET_CONNECT) return copyMask(it->mask, p) ? 0 : -1;
-    drop(it);
-    return 0;
-  }
-  Connection c;
-  c.name = p.name;
-  c.port = p.s_port;
-  c.dgram = p.sock_is_dgram != 0;
-  if (!copyMask(c.mask, p) || (connectBack && (c.fd = openBack(p, rq)) < 0)) return -1;
-  if (it != connections.end()) drop(it);
-  connections.push_back(c);
-  return 0;
-}
-
-void dispatch(struct svc_req* rq, SVCXPRT* xprt) {
-  if (rpctest::answerPing(rq, xprt)) return;
-  if (rq->rq_proc != INGEST_CONNECT && rq->rq_proc != INGEST_DISCONNECT && rq->rq_proc != INGEST_RESET_CONNECT) {
-    svcerr_noproc(xprt);
-    return;
-  }
-  ingest_serve_connect(xprt, [rq](const connect_t& p) { return handle(rq->rq_proc, p, rq); });
-}
-
 void putBig32(std::string& out, uint32_t v) {
   for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<char>(v >> shift));
 }
 
-// False when the stream is dead and the connection must go.
-bool sendTick(Connection& c) {
+// One raw sample of chan, stamped now, holding `value`.
+std::string sample(int chan, uint32_t value) {
   struct timespec ts;
   clock_gettime(CLOCK_REALTIME, &ts);
-  const uint32_t tt = static_cast<uint32_t>((ts.tv_sec % 86400) * 1000 + ts.tv_nsec / 1000000);
-  std::string batch;
-  for (int ch = 0; ch < 256; ++ch) {
-    if (!(c.mask[ch / 32] & (UINT32_C(1) << (ch % 32)))) continue;
-    putBig32(batch, tt);
-    batch += {static_cast<char>(ch), 4};
-    putBig32(batch, c.ticks);
-  }
-  ++c.ticks;
-  if (c.dgram) {
-    if (!batch.empty()) (void)send(c.fd, batch.data(), batch.size(), MSG_NOSIGNAL);  // lost if refused
-    return true;
-  }
-  if (c.queue.size() < 64 * 1024) c.queue += batch;  // a slow reader loses samples
-  ssize_t w = c.queue.empty() ? 0 : send(c.fd, c.queue.data(), c.queue.size(), MSG_NOSIGNAL);
-  if (w < 0) return errno == EAGAIN;
-  c.queue.erase(0, static_cast<size_t>(w));
-  return true;
+  std::string s;
+  putBig32(s, static_cast<uint32_t>((ts.tv_sec % 86400) * 1000 + ts.tv_nsec / 1000000));
+  s += {static_cast<char>(chan), 4};
+  putBig32(s, value);
+  return s;
 }
 
-void tick() {
-  for (auto it = connections.begin(); it != connections.end();) {
-    auto here = it++;
-    if (here->fd >= 0 && !sendTick(*here)) drop(here);
+// The real service of system `number`, with a sample of every channel each tick.
+void serveNormally(int number) {
+  const InputState input;
+  IngestService service(number, input, AllowList());
+  rpctest::announceReady();
+  std::vector<struct pollfd> fds;
+  for (uint32_t ticks = 0;; ++ticks) {
+    const double due = IngestService::monotonic() + 0.02;
+    for (double left; (left = due - IngestService::monotonic()) > 0;) {
+      fds.clear();
+      service.pollFds(fds);
+      if (!rpctest::wait(fds.data(), fds.size(), static_cast<int>(left * 1000) + 1)) return;
+      service.handle(fds.data(), 0);
+    }
+    for (int ch = 0; ch < 256; ++ch) service.deliver(ch, sample(ch, ticks).data(), 10);
+    service.send();
   }
+}
+
+// A stream connection to 127.0.0.1:port, from `from` (host order, 0 for
+// any); -1 on failure.
+int connectTo(unsigned short port, uint32_t from) {
+  struct sockaddr_in a = {};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(from);
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd >= 0 && from != 0 && bind(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof a) != 0) fd = (close(fd), -1);
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  a.sin_port = htons(port);
+  if (fd >= 0 && connect(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof a) != 0) fd = (close(fd), -1);
+  if (fd < 0) perror("ingest_test_server: connecting back");
+  return fd;
+}
+
+// The data port that the INGEST_CONNECT call `rec` (one whole record)
+// announces; 0 when it holds none.
+unsigned short announcedPort(const std::string& rec) {
+  auto word = [&](size_t at) {
+    uint32_t w = 0;
+    if (at + 4 <= rec.size()) memcpy(&w, &rec[at], 4);
+    return ntohl(w);
+  };
+  size_t at = 4 * 8;  // mark, xid, kind, RPC version, program, version, procedure, credential kind
+  at += 4 + (word(at) + 3) / 4 * 4 + 4;  // credential, verifier kind
+  at += 4 + (word(at) + 3) / 4 * 4;      // verifier
+  if (at > rec.size()) return 0;
+  XDR x;
+  xdrmem_create(&x, const_cast<char*>(rec.data()) + at, static_cast<u_int>(rec.size() - at), XDR_DECODE);
+  connect_t p = {};
+  const unsigned short port = xdr_connect_t(&x, &p) ? p.s_port : 0;
+  xdr_free(reinterpret_cast<xdrproc_t>(xdr_connect_t), reinterpret_cast<char*>(&p));
+  return port;
 }
 
 // One reply record: the xid as the call sent it, then words, then tail.
@@ -180,10 +129,11 @@ struct Peer {
   int fd;
   std::string in, out;  // out: what is still to be sent
   bool answered = false, closeWhenSent = false;
+  int data = -1;  // stranger: the connection back
 };
 
-// Starts the bad answer to the call whose first 8 bytes (record mark and
-// xid) p has read; false to hang up at once.
+// Starts the answer to the call that p has read (its first 8 bytes, the
+// record mark and xid; all of it for the stranger); false to hang up at once.
 bool answer(Peer& p, const std::string& mode) {
   const std::string xid(p.in, 4, 4);
   std::string stale = xid;
@@ -193,15 +143,27 @@ bool answer(Peer& p, const std::string& mode) {
   if (mode == "garbage") p.out = record(xid, {0xdeadbeef, 0xfeedface});
   if (mode == "truncated") p.out = record(xid, kSuccess);
   if (mode == "hugestring") p.out = record(xid, {1, 0, 0, 0, 0, 0xfffffff0u}, "abcd");
-  if (mode == "trickle") p.out = record(xid, result);
+  if (mode == "trickle" || mode == "mute" || mode == "stranger") p.out = record(xid, result);
   if (mode == "stale") p.out = record(stale, result);
+  if (mode == "stranger") {
+    const unsigned short port = announcedPort(p.in);
+    const int fd = connectTo(port, 0x7f000002);  // 127.0.0.2
+    if (fd >= 0 && (send(fd, "stranger", 8, MSG_NOSIGNAL) != 8 || close(fd) != 0)) perror("ingest_test_server: stranger");
+    const std::string s = sample(3, 0);
+    if ((p.data = connectTo(port, 0)) >= 0 && send(p.data, s.data(), s.size(), MSG_NOSIGNAL) != 10) perror("ingest_test_server");
+  }
   p.closeWhenSent = mode == "truncated" || mode == "hugestring";
   return mode != "hangup";
 }
 
-// Answers every call on listenfd badly, in the way mode says.  The paced
-// modes send a unit every 200 ms: trickle one byte of its reply, stale one
-// more reply with the wrong xid.
+void hangUp(const Peer& p) {
+  close(p.fd);
+  if (p.data >= 0) close(p.data);
+}
+
+// Answers every call on listenfd in the way mode says.  The paced modes
+// send a unit every 200 ms: trickle one byte of its reply, stale one more
+// reply with the wrong xid.
 void replyBadly(int listenfd, const std::string& mode) {
   const bool paced = mode == "trickle" || mode == "stale";
   std::vector<Peer> peers;
@@ -220,7 +182,9 @@ void replyBadly(int listenfd, const std::string& mode) {
       ssize_t got = fds[i].revents ? read(p.fd, buf, sizeof buf) : 1;
       if (fds[i].revents && got > 0) p.in.append(buf, static_cast<size_t>(got));
       bool close_ = got <= 0;
-      if (!close_ && !p.answered && p.in.size() >= 8) {
+      uint32_t mark = 0;
+      if (p.in.size() >= 4) memcpy(&mark, p.in.data(), 4);
+      if (!close_ && !p.answered && p.in.size() >= 8 && (mode != "stranger" || p.in.size() >= 4 + (ntohl(mark) & 0x7fffffff))) {
         p.answered = true;
         close_ = !answer(p, mode);
       }
@@ -231,39 +195,40 @@ void replyBadly(int listenfd, const std::string& mode) {
         close_ = close_ || (p.out.empty() && p.closeWhenSent);
       }
       if (close_) {
-        close(p.fd);
+        hangUp(p);
         peers.erase(peers.begin() + static_cast<long>(i - 1));
       }
     }
   }
-  for (const Peer& p : peers) close(p.fd);
+  for (const Peer& p : peers) hangUp(p);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   char* end = nullptr;
-  unsigned long n = argc > 1 ? strtoul(argv[1], &end, 0) : 0;
+  const unsigned long n = argc > 1 ? strtoul(argv[1], &end, 0) : 0;
   const std::string opt = argc == 3 ? argv[2] : "";
-  const std::string mode = opt.compare(0, 8, "--reply=") == 0 ? opt.substr(8) : "";
-  connectBack = opt != "--no-connect-back";
-  stranger = opt == "--stranger";
-  const std::string modes = " garbage truncated hangup trickle stale hugestring ";
-  if (argc < 2 || *end != '\0' || argc > 3 || (!opt.empty() && connectBack && !stranger && mode.empty()) ||
-      (!mode.empty() && modes.find(" " + mode + " ") == std::string::npos)) {
+  const bool reply = opt.compare(0, 8, "--reply=") == 0;
+  const std::string mode = reply ? opt.substr(8) : opt == "--no-connect-back" ? "mute" : opt == "--stranger" ? "stranger" : opt;
+  const std::string modes = reply ? " garbage truncated hangup trickle stale hugestring " : " mute stranger ";
+  if (argc < 2 || *end != '\0' || argc > 3 || (!opt.empty() && modes.find(" " + mode + " ") == std::string::npos)) {
     fprintf(stderr, "usage: %s <system number> [--no-connect-back | --stranger]\n"
                     "       %s <program number> --reply=<mode>\n", argv[0], argv[0]);
     return 2;
   }
-  const rpcprog_t prog = static_cast<rpcprog_t>(mode.empty() ? INGEST_PROG + n : n);
-  int listenfd = rpctest::listenRegistered(prog);
-  if (mode.empty()) {
-    rpctest::serve(listenfd, prog, dispatch, 20, tick);
-  } else {
-    replyBadly(listenfd, mode);
+  const rpcprog_t prog = static_cast<rpcprog_t>(reply ? n : INGEST_PROG + n);
+  if (!mode.empty()) {
+    replyBadly(rpctest::listenRegistered(prog), mode);
     rpctest::unregister(prog);
+    return 0;
   }
-  for (Connection& c : connections)
-    if (c.fd >= 0) close(c.fd);
+  rpctest::catchStops();
+  try {
+    serveNormally(static_cast<int>(n));
+  } catch (const oru::Exception& e) {
+    fprintf(stderr, "ingest_test_server: %s\n", e.what());
+    return 2;
+  }
   return 0;
 }

@@ -9,7 +9,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <time.h>
 
 namespace rpctest {
 namespace {
@@ -24,12 +23,6 @@ void onStop(int) { stopFlag = 1; }
   exit(2);
 }
 
-long long nowMillis() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
-}
-
 bool_t nothing(XDR*, void*) { return TRUE; }
 
 }  // namespace
@@ -40,9 +33,8 @@ bool answerPing(struct svc_req* rq, SVCXPRT* xprt) {
   return true;
 }
 
-int listenRegistered(rpcprog_t prog) {
-  struct sigaction sa;
-  memset(&sa, 0, sizeof sa);
+void catchStops() {
+  struct sigaction sa = {};
   sa.sa_handler = onStop;
   sigset_t stops;
   sigemptyset(&stops);
@@ -53,10 +45,12 @@ int listenRegistered(rpcprog_t prog) {
     die("signals");
   sigdelset(&unblocked, SIGTERM);
   sigdelset(&unblocked, SIGINT);
+}
 
+int listenRegistered(rpcprog_t prog) {
+  catchStops();
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  struct sockaddr_in sin;
-  memset(&sin, 0, sizeof sin);
+  struct sockaddr_in sin = {};
   sin.sin_family = AF_INET;
   sin.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t len = sizeof sin;
@@ -89,20 +83,12 @@ bool wait(struct pollfd* fds, nfds_t n, int timeoutMillis) {
   return false;
 }
 
-void serve(int listenfd, rpcprog_t prog, void (*dispatch)(struct svc_req*, SVCXPRT*), int tickMillis,
-           const std::function<void()>& tick) {
+void serve(int listenfd, rpcprog_t prog, void (*dispatch)(struct svc_req*, SVCXPRT*)) {
   SVCXPRT* xprt = svc_vc_create(listenfd, 0, 0);
   // The dispatch table only: rpcbind already has our address.
   if (xprt == nullptr || !svc_reg(xprt, prog, 1, dispatch, nullptr)) die("svc_reg");
   announceReady();
-  long long due = nowMillis() + tickMillis;
-  while (wait(svc_pollfd, static_cast<nfds_t>(svc_max_pollfd), tick ? static_cast<int>(std::max(0LL, due - nowMillis())) : -1)) {
-    svc_getreq_poll(svc_pollfd, svc_max_pollfd);
-    if (tick && nowMillis() >= due) {
-      tick();
-      due = nowMillis() + tickMillis;
-    }
-  }
+  while (wait(svc_pollfd, static_cast<nfds_t>(svc_max_pollfd), -1)) svc_getreq_poll(svc_pollfd, svc_max_pollfd);
   unregister(prog);
   svc_unreg(prog, 1);
   svc_destroy(xprt);

@@ -8,15 +8,14 @@
 #include <poll.h>
 #include <rpc/rpc.h>
 
-#include <algorithm>
-#include <functional>
-
 namespace rpctest {
 
+// Blocks SIGTERM and SIGINT outside wait() and ignores SIGPIPE.
+void catchStops();
+
 // A listening TCP socket on 127.0.0.1 (any port) whose port rpcbind now
-// gives for prog, version 1, replacing a stale registration.  Blocks SIGTERM
-// and SIGINT outside wait() and ignores SIGPIPE.  Exits with status 2 and a
-// message on failure.
+// gives for prog, version 1, replacing a stale registration, after
+// catchStops().  Exits with status 2 and a message on failure.
 int listenRegistered(rpcprog_t prog);
 
 // Withdraws prog, version 1, from rpcbind.
@@ -33,9 +32,8 @@ bool wait(struct pollfd* fds, nfds_t n, int timeoutMillis);
 bool answerPing(struct svc_req* rq, SVCXPRT* xprt);
 
 // Serves the RPC transports of this process with dispatch until SIGTERM or
-// SIGINT; tick, when set, runs every tickMillis.
-void serve(int listenfd, rpcprog_t prog, void (*dispatch)(struct svc_req*, SVCXPRT*), int tickMillis,
-           const std::function<void()>& tick);
+// SIGINT.
+void serve(int listenfd, rpcprog_t prog, void (*dispatch)(struct svc_req*, SVCXPRT*));
 
 }  // namespace rpctest
 

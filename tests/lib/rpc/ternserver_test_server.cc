@@ -54,6 +54,6 @@ int main(int argc, char** argv) {
     std::string& value = environment[std::string(argv[i], static_cast<size_t>(eq - argv[i]))];
     value = *eq == '=' ? std::string(eq + 1) : std::string(strtoul(eq + 1, nullptr, 10), 'x');
   }
-  rpctest::serve(rpctest::listenRegistered(TERNSERVER), TERNSERVER, dispatch, 0, nullptr);
+  rpctest::serve(rpctest::listenRegistered(TERNSERVER), TERNSERVER, dispatch);
   return 0;
 }

@@ -8,6 +8,7 @@
 
 #include "base/Exception.h"
 #include "lib/samples/sample_support.h"
+#include "support/thrown.h"
 
 namespace {
 
@@ -94,12 +95,7 @@ TEST(RawDataInput, EndOfDataMarkerEndsTheInput) {
   for (int i = 0; i < 255; ++i) marker += static_cast<char>(i);
   MemoryInput in({bytesOf(Record{5, 3, marker})}, true, 9, 0);
   RawSample s;
-  try {
-    in.readSample(&s);
-    ADD_FAILURE() << "the marker was not the end";
-  } catch (const oru::EOFException& e) {
-    EXPECT_STREQ(e.what(), "EOFException: mem: nextSample: ");
-  }
+  EXPECT_EQ(thrownText<oru::EOFException>([&] { in.readSample(&s); }), "EOFException: mem: nextSample: ");
 }
 
 TEST(RawDataInput, CaughtSignalEndsTheNextRead) {

@@ -1,5 +1,6 @@
 // Samples from the ingest server (the test server, registered with a real
-// rpcbind on 127.0.0.1), on stream and datagram connections.
+// rpcbind on 127.0.0.1), on stream and datagram connections.  No server at
+// all ends the process: the live case of CalDump.Errors runs that.
 #include <gtest/gtest.h>
 #include <math.h>
 #include <time.h>
@@ -42,14 +43,6 @@ TEST(IngestInput, StreamAndDatagramConnections) {
     in.resetChannels(next);
     expectChannels(in, {9}, 10, number);
   }
-}
-
-TEST(IngestInput, NoServerEndsTheProcess) {
-  HERON_REQUIRE_RPCBIND();
-  ChanBits bits;
-  bits.Set(1);
-  EXPECT_EXIT(IngestRawDataInput("tern9", heron_test::testSystemNumber() + 7, heron_test::kLoopback, bits, 1),
-              ::testing::ExitedWithCode(1), "tern9");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "base/Exception.h"
 #include "site/channels.h"
 #include "support/scratch_site.h"
+#include "support/thrown.h"
 #include "time/TTConv.h"
 
 namespace {
@@ -61,13 +62,8 @@ timetag msecs ;
 
 TEST(ChannelConfig, MissingFileIsBadConfiguration) {
   ScratchSite site;
-  try {
-    channel_list cl("$HERON/projects/$PROJECT/$OPS/none");
-    FAIL();
-  } catch (const BadConfigurationException& e) {
-    EXPECT_STREQ(e.what(), ("BadConfigurationException: IOException: " + site.opsDir() +
-                            "/none: open: No such file or directory").c_str());
-  }
+  EXPECT_EQ(thrownText<BadConfigurationException>([] { channel_list cl("$HERON/projects/$PROJECT/$OPS/none"); }),
+            "BadConfigurationException: IOException: " + site.opsDir() + "/none: open: No such file or directory");
 }
 
 TEST(ChannelConfig, SyntaxErrorsNameTheLineAndEndTheProcess) {
@@ -87,12 +83,8 @@ TEST(ChannelConfig, SyntaxErrorsNameTheLineAndEndTheProcess) {
     const std::string message = c.message[0] == 'E' ? c.message + file : c.message;
     EXPECT_EXIT(channel_list(file.c_str()), ::testing::ExitedWithCode(1), message);
     channel_list::throwOnSyntaxError(true);  // the same text, survivably
-    EXPECT_THROW(
-        try { channel_list cl(file.c_str()); } catch (const BadConfigurationException& e) {
-          EXPECT_EQ(e.toString(), "BadConfigurationException: " + message);
-          throw;
-        },
-        BadConfigurationException);
+    EXPECT_EQ(thrownText<BadConfigurationException>([&] { channel_list cl(file.c_str()); }),
+              "BadConfigurationException: " + message);
     channel_list::throwOnSyntaxError(false);
   }
 }

@@ -11,6 +11,7 @@
 #include "base/logit.h"
 #include "site/IngestConfig.h"
 #include "support/scratch_site.h"
+#include "support/thrown.h"
 
 namespace {
 
@@ -61,13 +62,8 @@ TEST(IngestConf, RecordsCommentsSocketsAndRejects) {
 
 TEST(IngestConf, OpenFailureAndServerLookup) {
   ScratchSite site;
-  try {
-    IngestConfig cfg("$HERON/missing.conf");
-    FAIL();
-  } catch (const BadConfigurationException& e) {
-    EXPECT_EQ(e.toString(), "BadConfigurationException: IOException: " + site.root() +
-                                "/missing.conf: open: No such file or directory");
-  }
+  EXPECT_EQ(thrownText<BadConfigurationException>([] { IngestConfig cfg("$HERON/missing.conf"); }),
+            "BadConfigurationException: IOException: " + site.root() + "/missing.conf: open: No such file or directory");
   site.writeOps("ingest.conf", "# nothing yet\n");
   unsetenv("INGEST_SERVER");
   EXPECT_EQ(ingestServer("sonic1"), "heron");
