@@ -1,6 +1,5 @@
 // The tilt matrix, the CSAT3 record conversion and its spike screening.
 #include <math.h>
-#include <string.h>
 
 #include <random>
 
@@ -28,13 +27,7 @@ InfoPtr csat3(const ScratchSite& site, const std::string& record, double tau = 1
   return init("sonic_csat3", p, 9);
 }
 
-std::vector<float> run(const std::string& r, double t) {
-  std::vector<float> out(9);
-  calib_input in;
-  in.raw = r.data();
-  sonic_csat3(&t, in, out.data(), 0);
-  return out;
-}
+std::vector<float> run(const std::string& r, double t) { return convert("sonic_csat3", r, 9, t); }
 
 float sonicTemp(double c) { return static_cast<float>((c / 20.067) * (c / 20.067) - 273.15); }
 
