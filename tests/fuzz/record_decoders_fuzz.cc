@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -21,118 +22,105 @@
 
 namespace {
 
-struct Param {
-  double num;
-  const char* text;  // null for a number
-};
+// A decoder use: its parameters as words, each a number if it reads as one.
 struct Decoder {
   const char* name;
-  std::vector<Param> params;
+  const char* params;
   int nout;
+  calib_func_t func = nullptr;
 };
 
-Param N(double v) { return {v, nullptr}; }
-Param T(const char* s) { return {0, s}; }
+std::vector<Decoder> decoders = {
+    {"campbell_binary", "", 8},
+    {"campbell_binary", "-1 120", 8},
+    {"camp_cr10", "-1 2", 6},
+    {"camp_21x_bin", "", 4},
+    {"camp_hr_bin", "-1 3", 8},
+    {"sonic_csat3", "seven.cal 1200 4", 9},
+    {"sonic_gill", "six.cal 1200 4 despike 1 K left 8", 9},
+    {"sonic_gill_transit", "fifteen.cal 1200 4 flag 0", 9},
+    {"solent_tv", "0 C 8", 1},
+    {"sonic_metek", "six.cal 1200 4", 9},
+    {"gps", "", 6},
+    {"gps", "RMC", 6},
+    {"gps_date", "", 5},
+    {"gps_date", "RMC", 5},
+    {"licor_7500", "labels", 6},
+    {"licor_7500", "Ndx,DiagVal,CO2D,H2OD,Temp,Pres", 6},
+    {"rain_sti700", "0 1 6", 3},
+    {"rad_net_Q7", "10 12 big 251 0", 2},
+    {"q_kh2o_serial", "kh2o.cal little 251 float", 1},
+    {"q_kh2o_serializer", "kh2o.cal big 253 1 5 16", 1},
+};
 
-const std::vector<Decoder>& decoders() {
-  static const std::vector<Decoder> d = {
-      {"campbell_binary", {}, 8},
-      {"campbell_binary", {N(-1), N(120)}, 8},
-      {"camp_cr10", {N(-1), N(2)}, 6},
-      {"camp_21x_bin", {}, 4},
-      {"camp_hr_bin", {N(-1), N(3)}, 8},
-      {"sonic_csat3", {T("seven.cal"), N(1200), N(4)}, 9},
-      {"sonic_gill", {T("six.cal"), N(1200), N(4), T("despike"), N(1), T("K"), T("left"), N(8)}, 9},
-      {"sonic_gill_transit", {T("fifteen.cal"), N(1200), N(4), T("flag"), N(0)}, 9},
-      {"solent_tv", {N(0), T("C"), N(8)}, 1},
-      {"sonic_metek", {T("six.cal"), N(1200), N(4)}, 9},
-      {"gps", {}, 6},
-      {"gps", {T("RMC")}, 6},
-      {"gps_date", {}, 5},
-      {"gps_date", {T("RMC")}, 5},
-      {"licor_7500", {T("labels")}, 6},
-      {"licor_7500", {T("Ndx,DiagVal,CO2D,H2OD,Temp,Pres")}, 6},
-      {"rain_sti700", {N(0), N(1), N(6)}, 3},
-      {"rad_net_Q7", {N(10), N(12), T("big"), N(251), N(0)}, 2},
-      {"q_kh2o_serial", {T("kh2o.cal"), T("little"), N(251), T("float")}, 1},
-      {"q_kh2o_serializer", {T("kh2o.cal"), T("big"), N(253), N(1), N(5), N(16)}, 1},
-  };
-  return d;
-}
+const char* const files[][2] = {
+    {"six.cal", "2004 1 00:00 0.1 -0.1 0 3 40 30\n"},
+    {"seven.cal", "2004 1 00:00 0 0 0 2 10 0 3\n"},
+    {"fifteen.cal", "2004 1 00:00 0 0 0 0 0 0  0 1 0 1 0 0 0 0 -1\n"},
+    {"kh2o.cal", "2004 1 1 00:00:00 1.3 0.145 1.62\n"},
+};
 
 std::string root;
-std::vector<calib_func_t> functions;
 double sample_time = 1072915200.0 + 60;  // 2004-01-01 00:01 UTC, after every record
 
-void write_file(const std::string& name, const char* text) {
-  const std::string path = root + "/cal_files/" + name;
-  FILE* fp = fopen(path.c_str(), "w");
-  if (!fp || fputs(text, fp) < 0 || fclose(fp) != 0) {
-    perror(path.c_str());
-    exit(1);
-  }
-}
-
 void remove_root() {
-  for (const char* f : {"six.cal", "seven.cal", "fifteen.cal", "kh2o.cal"}) unlink((root + "/cal_files/" + f).c_str());
+  for (const auto& f : files) unlink((root + "/cal_files/" + f[0]).c_str());
   rmdir((root + "/cal_files").c_str());
   rmdir(root.c_str());
+}
+
+void fail(const std::string& what) {
+  perror(what.c_str());
+  exit(1);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   char tmpl[] = "/tmp/heron-fuzz-XXXXXX";
-  if (!mkdtemp(tmpl)) {
-    perror("mkdtemp");
-    exit(1);
-  }
+  if (!mkdtemp(tmpl)) fail("mkdtemp");
   root = tmpl;
-  if (mkdir((root + "/cal_files").c_str(), 0755) != 0) {
-    perror(root.c_str());
-    exit(1);
-  }
+  if (mkdir((root + "/cal_files").c_str(), 0755) != 0) fail(root);
   atexit(remove_root);
   setenv("HERON", root.c_str(), 1);
   setenv("PROJECT", "none", 1);
-  write_file("six.cal", "2004 1 00:00 0.1 -0.1 0 3 40 30\n");
-  write_file("seven.cal", "2004 1 00:00 0 0 0 2 10 0 3\n");
-  write_file("fifteen.cal", "2004 1 00:00 0 0 0 0 0 0  0 1 0 1 0 0 0 0 -1\n");
-  write_file("kh2o.cal", "2004 1 1 00:00:00 1.3 0.145 1.62\n");
-  for (const Decoder& d : decoders()) {
-    std::vector<double> nums(d.params.size());
+  for (const auto& f : files) {
+    const std::string path = root + "/cal_files/" + f[0];
+    FILE* fp = fopen(path.c_str(), "w");
+    if (!fp || fputs(f[1], fp) < 0 || fclose(fp) != 0) fail(path);
+  }
+  // Row i is use i of as many as there are rows, whatever its function.
+  const int nchan = static_cast<int>(decoders.size());
+  for (int i = 0; i < nchan; ++i) {
+    Decoder& d = decoders[static_cast<size_t>(i)];
+    std::vector<std::string> words;
+    std::istringstream in(d.params);
+    for (std::string w; in >> w;) words.push_back(w);
+    std::vector<double> nums(words.size());
     std::vector<void*> ptrs;
-    for (size_t i = 0; i < d.params.size(); ++i) {
-      nums[i] = d.params[i].num;
-      ptrs.push_back(d.params[i].text ? const_cast<char*>(d.params[i].text) : static_cast<void*>(&nums[i]));
+    for (size_t w = 0; w < words.size(); ++w) {
+      char* end;
+      nums[w] = strtod(words[w].c_str(), &end);
+      ptrs.push_back(*end ? static_cast<void*>(&words[w][0]) : &nums[w]);
     }
-    // Each entry is its own use of its function: count the earlier ones.
-    int ichan = 0, nchan = 0;
-    for (const Decoder& e : decoders()) {
-      if (strcmp(e.name, d.name) != 0) continue;
-      ++nchan;
-      if (&e < &d) ++ichan;
-    }
-    FreeCalibInfo(init_function(d.name)(ichan, nchan, ptrs.data(), static_cast<int>(ptrs.size()), d.nout));
-    functions.push_back(calib_function(d.name));
+    FreeCalibInfo(init_function(d.name)(i, nchan, ptrs.data(), static_cast<int>(ptrs.size()), d.nout));
+    d.func = calib_function(d.name);
   }
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  const std::vector<Decoder>& all = decoders();
-  const size_t k = data[0] % all.size();
-  int ichan = 0;
-  for (size_t i = 0; i < k; ++i) ichan += strcmp(all[i].name, all[k].name) == 0;
+  const size_t k = data[0] % decoders.size();
+  const Decoder& d = decoders[k];
   std::vector<char> room(CALIB_RECORD_ROOM, 0);  // exactly the room: one byte more is an overflow
   memcpy(room.data(), data + 1, size - 1 < room.size() ? size - 1 : room.size());
-  std::vector<float> out(static_cast<size_t>(all[k].nout));
+  std::vector<float> out(static_cast<size_t>(d.nout));
   calib_input in;
   in.raw = room.data();
   sample_time += 0.05;
   double t = sample_time;
-  functions[k](&t, in, out.data(), ichan);
+  d.func(&t, in, out.data(), static_cast<int>(k));
   for (float v : out)
     if (isnan(v)) abort();
   return 0;

@@ -2,12 +2,9 @@
 // its parameters, a record (or volts) and the outputs expected.  The
 // Campbell vectors are worked from the final-storage bit tables; the other
 // families' from the instrument manuals' own examples.
-#include <stdio.h>
-#include <string.h>
 
 #include "calib/campbell_words.h"
 #include "calib/conversions.h"
-#include "calib/moist_air.h"
 #include "calib/sonic_common.h"
 #include "calib_test_util.h"
 
@@ -73,29 +70,21 @@ TEST(Instruments, SonicRecords) {
   EXPECT_NEAR(ts, 21.81f, 0.01f);
 }
 
-// A sentence with its checksum.
-std::string nmea(const std::string& body) {
-  unsigned char x = 0;
-  for (char c : body) x ^= static_cast<unsigned char>(c);
-  char cs[8];
-  snprintf(cs, sizeof cs, "*%02X\r\n", x);
-  return "$" + body + cs;
-}
-
 TEST(Instruments, GpsSentences) {
   const float M = kMissing;
   const std::string gga = "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n";
-  const std::string rmc = nmea("GPRMC,123519,A,4807.038,N,01131.000,W,022.4,084.4,230394,003.1,W");
+  // Sentences with their checksums.
+  const std::string rmc = "$GPRMC,123519,A,4807.038,N,01131.000,W,022.4,084.4,230394,003.1,W*78\r\n";
   const double zda = 837192489.456;  // 1996-07-12 17:28:09.456 UTC
   runCases({
       row("gps", {}, gga, {48.1173f, 11.516667f, 545.4f, 1, 8, 0.9f}, 1e-5f),
       row("gps", {}, "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*48", {M, M, M, M, M, M}, 0),
-      row("gps", {}, nmea("GNGGA,123519,4807.038,N,01131.000,E,0,03,,,M,,M,,"), {M, M, M, 0, 3, M}, 0),  // no fix
+      row("gps", {}, "$GNGGA,123519,4807.038,N,01131.000,E,0,03,,,M,,M,,*4F\r\n", {M, M, M, 0, 3, M}, 0),  // no fix
       row("gps", {"RMC"}, rmc, {48.1173f, -11.516667f, M, 1, M, M}, 1e-5f),
-      row("gps_date", {}, nmea("GPZDA,172809.456,12,07,1996,00,00"), {1996, 7, 12, 62889.456f, 0.5f}, 1e-3f, zda - 0.5),
-      row("gps_date", {}, nmea("GPZDA,172809.456,12,13,1996,00,00"), {M, M, M, M, M}, 0),  // month 13
+      row("gps_date", {}, "$GPZDA,172809.456,12,07,1996,00,00*57\r\n", {1996, 7, 12, 62889.456f, 0.5f}, 1e-3f, zda - 0.5),
+      row("gps_date", {}, "$GPZDA,172809.456,12,13,1996,00,00*52\r\n", {M, M, M, M, M}, 0),  // month 13
       row("gps_date", {"RMC"}, rmc, {1994, 3, 23, 45319, -1}, 1e-3f, 764426119 + 1),
-      row("gps_date", {"RMC"}, nmea("GPRMC,123519,V,,,,,,,230394,,"), {M, M, M, M, M}, 0),
+      row("gps_date", {"RMC"}, "$GPRMC,123519,V,,,,,,,230394,,*33\r\n", {M, M, M, M, M}, 0),
   });
 }
 
@@ -113,17 +102,6 @@ TEST(Instruments, HumidityFromTheProbesTemperature) {
   });
   sharedValues[SHARED_PRESSURE] = M;
   runCases({row("h2o_vaisala", {}, 0.5f, {50, 8.64264f, M, 9.27096f}, 1e-3f)});
-}
-
-// Big-endian IEEE 754 floats, as a datalogger sends them.
-std::string bigFloats(std::initializer_list<float> v) {
-  std::string r;
-  for (float f : v) {
-    uint32_t u;
-    memcpy(&u, &f, 4);
-    for (int s = 24; s >= 0; s -= 8) r += static_cast<char>(u >> s & 0xff);
-  }
-  return r;
 }
 
 TEST(Instruments, GasRainRadiationAndModes) {
@@ -144,17 +122,18 @@ TEST(Instruments, GasRainRadiationAndModes) {
       row("rain_sti700", {}, "  0.000 012.500 00** 4999 0044 0062 +25", {0, 12.5f}, 1e-6f),  // no weather, no code
       row("rain_sti700", {0, 2}, "ER .118 000.709 01**", {M, M}, 0),
       row("rain_sti700", {0, 2}, "R .118 000.709 01**", {0.118f, M}, 1e-6f),
-      row("rad_net_Q7", {10, 12, "big", 0, 4}, bigFloats({2, 5}), {21.23827f, 20}, 1e-4f),
-      row("rad_net_Q7", {10, 12, "big", 0, 4}, bigFloats({-1, 5}), {-12.075f, -12}, 1e-4f),
-      row("rad_net_Q7", {10, 12, "big", 0, 4}, bigFloats({2, -1}), {M, 20}, 1e-4f),  // no usable wind
+      // Net radiation and wind speed as big-endian floats: 2 and 5, -1 and 5, 2 and -1, 0 and -2.
+      row("rad_net_Q7", {10, 12, "big", 0, 4}, B("\x40\0\0\0\x40\xa0\0\0"), {21.23827f, 20}, 1e-4f),
+      row("rad_net_Q7", {10, 12, "big", 0, 4}, B("\xbf\x80\0\0\x40\xa0\0\0"), {-12.075f, -12}, 1e-4f),
+      row("rad_net_Q7", {10, 12, "big", 0, 4}, B("\x40\0\0\0\xbf\x80\0\0"), {M, 20}, 1e-4f),  // no usable wind
       row("rad_net_Q7", {10, 12, "little", 0, -1, 0}, std::string("\0\0\0\x40", 4), {20, 20}, 1e-4f),
-      row("rad_net_Q7", {10, 12, "big", 4, -2}, bigFloats({0, -2}), {-24, -24}, 1e-4f),
+      row("rad_net_Q7", {10, 12, "big", 4, -2}, B("\0\0\0\0\xc0\0\0\0"), {-24, -24}, 1e-4f),
       row("teco", {500, 10}, 5.0f, {250}, 1e-4f),
       row("teco", {500, 10, 2, "ppbv"}, 10.6f, {M}, 0),
       {"licor_co2", {co2}, {{k2004 + 5 * 3600, 2.0f, {156}}, {k2004 - 1, 2.0f, {M}}}, 1e-3f, {"umol/mol"}},
       row("licor_mode", {0, -0.5, 0.5, 0, 1, 0.5, 1.5, 2}, 0.0f, {0}, 0),
       row("sf6_mode", {0, -0.5, 0.5, 0, 1, 0.5, 1.5, 2}, 1.0f, {M}, 0),  // settling
-      row("q_kh2o_serial", {kh, "big", 2, "float"}, "xx" + bigFloats({1.96898f}), {rho(1.96898)}, 1e-4f),
+      row("q_kh2o_serial", {kh, "big", 2, "float"}, B("xx\x3f\xfc\x07\x89"), {rho(1.96898)}, 1e-4f),  // 1.96898 after two bytes
       row("q_kh2o_serial", {kh, "big", 0, "short", 0.001}, B("\x07\xb1"), {rho(1.969)}, 1e-4f),
       row("q_kh2o_serial", {kh, "little", 0, "ushort", 0.001}, B("\0\0"), {M}, 0),  // no signal
       row("q_kh2o_serializer", {kh, "big", 0, 0, 5, 12}, B("\x06\x4d"), {rho(1613 * 5 / 4096.0)}, 1e-4f),
@@ -162,10 +141,4 @@ TEST(Instruments, GasRainRadiationAndModes) {
       row("q_kh2o_serializer", {kh, "big", 0, 0, 5, 12}, B("\x0f\xff"), {M}, 0),  // at the rail
       row("q_kh2o_serializer", {kh, "big", 0, 1, 5, 12}, B("\xf8\x00"), {M}, 0),  // -2048: the signed rail
   });
-}
-
-TEST(Instruments, MoistAir) {
-  for (double t : {-30.0, 0.0, 20.0, 40.0}) EXPECT_NEAR(moist_dew_point(moist_es(t)), t, 1e-9);
-  EXPECT_NEAR(moist_es(0), 6.1121, 1e-9);
-  EXPECT_EQ(moist_dew_point(0), kMissing);
 }

@@ -13,7 +13,6 @@ calib_any_t any(calib_init_t f) { return reinterpret_cast<calib_any_t>(f); }
 TEST(Registry, LookupByExactName) {
   EXPECT_EQ(any(calib_function("linear")), any(&linear));
   EXPECT_EQ(any(calib_function("linear_init")), any(&linear_init));  // init functions are entries too
-  EXPECT_EQ(any(init_function("linear")), any(&linear_init));
   for (const char* name : {"sonic", "Linear", "linear ", "q_kh2o_serial_x", "", static_cast<const char*>(nullptr)})
     EXPECT_EQ(calib_function(name), nullptr) << (name ? name : "null");
   for (const char* name : {"linear_init", "analog_sonic", static_cast<const char*>(nullptr)})
@@ -42,7 +41,8 @@ TEST(CalibInfo, SurplusUnitsAndLongSummaries) {
   FreeCalibInfo(info);
 }
 
-// Every fault, one or more per family, ends the program with status 1 after the module's report.
+// Every fault ends the program with status 1 after the module's report: each
+// family's own checks, and each form of the shared parameter-count report once.
 TEST(InitDeathTest, FaultsReportedByEachInitFunction) {
   ScratchSite site;
   calFile(site, "one.cal", "2004 1 00:00 1\n");
@@ -62,7 +62,6 @@ TEST(InitDeathTest, FaultsReportedByEachInitFunction) {
       {"linear", {1, 0}, E("linear") + "Use index 1 is outside 0 .. 0\n", 1, 1},
       {"plinear", {1, 2, "mb", 3, 4}, E("plinear") + "Invalid number of parameters \\(5\\), should be 2 to 4\n", 1},
       {"t_AIR", {1}, E("t_AIR") + "Invalid number of parameters, should be 2\n", 1},
-      {"td_linear", {}, E("td_linear") + "Invalid number of parameters \\(0\\), should be 1 or 2\n", 1},
       {"td_linear", {"nosuch.cal"}, "nosuch.cal: No such file or directory\n(.|\n)*" + E("td_linear") + "Cannot read", 1},
       {"td_linear", {"bad.cal"}, "Inconsistant number of calibration parameters in file bad.cal\n"
                                  "First record contained time \\+ 3 data elements\n"
@@ -77,7 +76,6 @@ TEST(InitDeathTest, FaultsReportedByEachInitFunction) {
       {"diff_float", {1, 2, 3}, "Wrong number of parameters for diff cal function", 1},
       {"mode", {1, 1, 1, 1, 1}, "Illegal number of parameters\\(5\\) to mode, should be multiple of 4\n", 1},
       {"status", {1, 2}, E("status") + "Invalid number of parameters \\(2\\), should be 0 or 1\n", 1},
-      {"q_kh2o", {1.3, 0, 1}, E("q_kh2o") + "Invalid number of parameters, should be 1\n", 1},
       {"q_kh2o", {"nosuch.cal"}, "nosuch.cal: No such file or directory\n" + E("q_kh2o") + "Cannot open calibration file nosuch.cal\n", 1},
       {"serial_float", {"middle"}, E("serial_float") + "Byte order \"middle\" is neither \"big\" nor \"little\"\n", 1},
       {"serial_short", {"big", 250, 4}, E("serial_short") + "2 fields from byte 250 every 4 bytes do not fit in a record of 255 bytes\n", 2},
@@ -94,8 +92,6 @@ TEST(InitDeathTest, FaultsReportedByEachInitFunction) {
       {"sonic_metek", {"six.cal", 1200, 4}, E("sonic_metek") + "Invalid number of outputs \\(4\\), should be 9\n", 4},
       {"gps", {"GSV"}, E("gps") + "Sentence \"GSV\" is neither \"GGA\" nor \"RMC\"\n", 6},
       {"gps_date", {}, E("gps_date") + "Invalid number of outputs \\(3\\), should be 5\n", 3},
-      {"h2o_vaisala", {100, 0, 1, 2}, E("h2o_vaisala") + "Invalid number of parameters \\(4\\), should be 0 to 3\n", 4},
-      {"licor_7500", {}, E("licor_7500") + "Invalid number of parameters, should be 1\n", 6},
       {"rain_sti700", {0, 1.5}, E("rain_sti700") + "Field 1.5 is not a whole number from 0 to 15\n", 2},
       {"rad_net_Q7", {10, 12, "big", 0, -1}, E("rad_net_Q7") + "A fixed wind speed is given with wind source -1, and only then\n", 2},
       {"teco", {500, 0}, E("teco") + "The full-scale voltage 0 is not above 0\n", 1},
