@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <deque>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -93,15 +94,16 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   const int nchan = static_cast<int>(decoders.size());
   for (int i = 0; i < nchan; ++i) {
     Decoder& d = decoders[static_cast<size_t>(i)];
-    std::vector<std::string> words;
-    std::istringstream in(d.params);
-    for (std::string w; in >> w;) words.push_back(w);
-    std::vector<double> nums(words.size());
+    std::deque<std::string> words;  // a deque keeps the elements where the pointers found them
+    std::deque<double> nums;
     std::vector<void*> ptrs;
-    for (size_t w = 0; w < words.size(); ++w) {
+    std::istringstream in(d.params);
+    for (std::string w; in >> w;) {
       char* end;
-      nums[w] = strtod(words[w].c_str(), &end);
-      ptrs.push_back(*end ? static_cast<void*>(&words[w][0]) : &nums[w]);
+      nums.push_back(strtod(w.c_str(), &end));
+      const bool text = *end != '\0';
+      words.push_back(w);
+      ptrs.push_back(text ? static_cast<void*>(&words.back()[0]) : &nums.back());
     }
     FreeCalibInfo(init_function(d.name)(i, nchan, ptrs.data(), static_cast<int>(ptrs.size()), d.nout));
     d.func = calib_function(d.name);
