@@ -3,21 +3,8 @@
 #include "calib/conversions.h"
 #include "calib_test_util.h"
 
-TEST(Conversions, ByNameWithParametersInputsAndUnits) {
-  ScratchSite site;
-  const std::string tdl = calFile(site, "tdl.cal", "2004 1 00:00 2 1\n2004 2 00:00 4 -1\n2004 3 00:00 1 0\n");
-  const std::string dt = calFile(site, "dt.cal", "2004 1 00:00 2 1 -0.25\n");
-  const std::string fis = calFile(site, "fis.cal", "2004 1 00:00 0.5 10 2.5 50\n2004 2 00:00 1 1 1 2\n");
-  const std::string gill = calFile(site, "gill.cal", "2004 1 00:00 0\n2004 1 12:00 30\n");
-  const std::string drift = calFile(site, "drift.cal", "2004 1 1 00:00:00 1 0\n2004 1 1 10:00:00 2 10\n"
-                                                       "2004 1 1 20:00:00 2 30\n");
-  const std::string kh2o = calFile(site, "kh2o.cal", "2004 1 1 00:00:00 1 0.2 1\n2004 1 1 10:00:00 3 0.4 3 # x kw lnV0\n"
-                                                     "2004 1 3 02:00:00 3 0 3\n");
-  const double l = log(1000.0 / 250.0 - 1.0), h = 3600, day = 86400, c60 = 5 * cos(M_PI / 3), s60 = 5 * sin(M_PI / 3);
-  const double cal = k2004 + 13 * h;  // the second offset is in force
-  const short pressure[2] = {1013, 25};    // host order
-  const std::string generic(reinterpret_cast<const char*>(pressure), 4), gill500 = B("\x01\xf4\0\0\0\xb4\0\0");
-  const std::vector<float> none(4, kMissing);
+TEST(Conversions, VoltsByNameWithParametersAndUnits) {
+  const double l = log(1000.0 / 250.0 - 1.0);
   const float e = 1e-5f, M = kMissing;
   runCases({
       {"linear", {2, 1, "W/m2"}, {{0, 1.5f, {4}}, {0, -2.0f, {-3}}}, e, {"W/m2"}, "slope=2.00, intcpt=1.00"},
@@ -29,15 +16,38 @@ TEST(Conversions, ByNameWithParametersInputsAndUnits) {
       {"thermistor", {1.129241e-3, 2.341077e-4, 0, 8.775468e-8, 1000},
        {{0, 0.25f, {static_cast<float>(1 / (1.129241e-3 + 2.341077e-4 * l + 8.775468e-8 * l * l * l))}}, {0, 1.0f, {M}}, {0, 2.0f, {M}}, {0, 0.0f, {M}}},
        e, {"degK"}, "A0=1.1292e-03, A1=2.3411e-04, A2=0.0000e+00, A3=8.7755e-08, K=1000.0"},
+      {"status", {}, {{0, 2.49f, {0}}, {0, 2.5f, {1}}}, e, {""}, "threshold=2.50V"},
+      // A mode reads 1e37 until its voltage has held for its settling time.
+      {"mode", {1, 0, 1, 0, 2, 1.5, 2.5, 30}, {{100, 0.5f, {1}}, {101, 1.2f, {M}}, {102, 2.0f, {M}}, {131.9, 2.0f, {M}}, {132, 2.5f, {2}}, {133, 1.0f, {1}}},
+       e, {""}, " 1=( 0.0, 1.0)V (  0.00s)   2=( 1.5, 2.5)V ( 30.00s)  "},
+  });
+  // What the thermometers publish for the humidity conversions.
+  EXPECT_EQ((std::vector<double>{temp_AIR[0], temp_vaisala[0]}), (std::vector<double>{15, 2}));
+}
+
+// Records, and conversions whose coefficients come from calibration files by sample time.
+TEST(Conversions, RecordsAndCalibrationFiles) {
+  ScratchSite site;
+  const std::string tdl = calFile(site, "tdl.cal", "2004 1 00:00 2 1\n2004 2 00:00 4 -1\n2004 3 00:00 1 0\n");
+  const std::string dt = calFile(site, "dt.cal", "2004 1 00:00 2 1 -0.25\n");
+  const std::string fis = calFile(site, "fis.cal", "2004 1 00:00 0.5 10 2.5 50\n2004 2 00:00 1 1 1 2\n");
+  const std::string gill = calFile(site, "gill.cal", "2004 1 00:00 0\n2004 1 12:00 30\n");
+  const std::string drift = calFile(site, "drift.cal", "2004 1 1 00:00:00 1 0\n2004 1 1 10:00:00 2 10\n"
+                                                       "2004 1 1 20:00:00 2 30\n");
+  const std::string kh2o = calFile(site, "kh2o.cal", "2004 1 1 00:00:00 1 0.2 1\n2004 1 1 10:00:00 3 0.4 3 # x kw lnV0\n"
+                                                     "2004 1 3 02:00:00 3 0 3\n");
+  const double h = 3600, day = 86400, c60 = 5 * cos(M_PI / 3), s60 = 5 * sin(M_PI / 3);
+  const double cal = k2004 + 13 * h;  // the second offset is in force
+  const short pressure[2] = {1013, 25};    // host order
+  const std::string generic(reinterpret_cast<const char*>(pressure), 4), gill500 = B("\x01\xf4\0\0\0\xb4\0\0");
+  const std::vector<float> none(4, kMissing);
+  const float e = 1e-5f, M = kMissing;
+  runCases({
       // x, kw and ln(V0) each interpolated; the first before it, the last (whose kw is 0) after it.
       {"q_kh2o", {kh2o},
        {{k2004 - 1, 1.0f, {5}}, {k2004, 0.5f, {static_cast<float>((1 + log(2.0)) / 0.2)}}, {k2004 + 5 * h, 1.0f, {2 / 0.6f}},
         {k2004 + 30 * h, 1.0f, {5}}, {k2004 + 30 * h, -0.5f, {M}}, {k2004 + 60 * h, 1.0f, {M}}},
        e, {"g/m^3"}, "\"kh2o.cal\""},
-      {"status", {}, {{0, 2.49f, {0}}, {0, 2.5f, {1}}}, e, {""}, "threshold=2.50V"},
-      // A mode reads 1e37 until its voltage has held for its settling time.
-      {"mode", {1, 0, 1, 0, 2, 1.5, 2.5, 30}, {{100, 0.5f, {1}}, {101, 1.2f, {M}}, {102, 2.0f, {M}}, {131.9, 2.0f, {M}}, {132, 2.5f, {2}}, {133, 1.0f, {1}}},
-       e, {""}, " 1=( 0.0, 1.0)V (  0.00s)   2=( 1.5, 2.5)V ( 30.00s)  "},
       {"baro_GENERIC", {}, {{0, generic, {1013.25}}}, e, {"mb"}},
       // 101.5, then 21.5 and 998.25, 7.5 at byte 20, 10 and 12.5 and 7.5 as floats 0, 1 and 5.
       {"baro_PARA", {}, {{0, B("\x42\xcb\0\0"), {1015}}}, e, {"mb"}},
@@ -71,9 +81,7 @@ TEST(Conversions, ByNameWithParametersInputsAndUnits) {
        {{k2004 - 1, 1.0f, {M}}, {k2004, 2.0f, {2}}, {k2004 + 5 * h, 2.0f, {8}}, {k2004 + 15 * h, 1.0f, {22}}, {k2004 + 30 * h, 1.0f, {52}}},
        e, {"mV"}},
   });
-  // What the thermometers and the latest barometer publish for the humidity conversions.
-  EXPECT_EQ(std::vector<double>({sharedValues[SHARED_PRESSURE], temp_AIR[0], temp_vaisala[0]}),
-            std::vector<double>({1015, 15, 2}));
+  EXPECT_EQ(sharedValues[SHARED_PRESSURE], 1015);  // the latest barometer publishes its pressure
 }
 
 TEST(Conversions, UsesKeepTheirOwnCoefficientsAndPresets) {
