@@ -99,11 +99,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     std::vector<void*> ptrs;
     std::istringstream in(d.params);
     for (std::string w; in >> w;) {
+      words.push_back(w);
       char* end;
       nums.push_back(strtod(w.c_str(), &end));
-      const bool text = *end != '\0';
-      words.push_back(w);
-      ptrs.push_back(text ? static_cast<void*>(&words.back()[0]) : &nums.back());
+      ptrs.push_back(*end ? static_cast<void*>(&words.back()[0]) : &nums.back());
     }
     FreeCalibInfo(init_function(d.name)(i, nchan, ptrs.data(), static_cast<int>(ptrs.size()), d.nout));
     d.func = calib_function(d.name);
