@@ -27,8 +27,13 @@ TEST(CampbellWords, BitTables) {
   EXPECT_EQ(campbell_high(w("\x9f\x30\x3c\x39")), kMissing);   // e = 7
 }
 
-TEST(Instruments, CampbellRecords) {
+TEST(Instruments, LoggerRecordsAndGpsSentences) {
   const std::string hi = B("\x9c\x30\x3c\x39");  // 1234.5
+  const float M = kMissing;
+  // Sentences with their checksums.
+  const std::string gga = "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n";
+  const std::string rmc = "$GPRMC,123519,A,4807.038,N,01131.000,W,022.4,084.4,230394,003.1,W*78\r\n";
+  const double zda = 837192489.456;  // 1996-07-12 17:28:09.456 UTC
   runCases({
       row("camp_cr10", {}, B("\xfc\x05\x20\x64\xa0\x64"), {10, -10}, 0),
       row("camp_cr10", {5, 1}, B("\xfc\x05\x20\x64") + hi + B("\x7f\x00\x00\x07"), {1234.5f, 7}, 0),  // a dummy is skipped
@@ -43,6 +48,14 @@ TEST(Instruments, CampbellRecords) {
       {"campbell_binary", {-1, 0, "degC", "W/m2", "%"}, {{k2004 + 60, B("\x20\x64") + hi + B("\xa0\x64"), {10, 1234.5f, -10}}}, 0,
        {"degC", "W/m2", "%"}, "id=-1, first=0"},
       row("campbell_binary", {5}, B("\x20\x64"), {kMissing}, 0),  // an id wanted, no start
+      row("gps", {}, gga, {48.1173f, 11.516667f, 545.4f, 1, 8, 0.9f}, 1e-5f),
+      row("gps", {}, "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*48", {M, M, M, M, M, M}, 0),
+      row("gps", {}, "$GNGGA,123519,4807.038,N,01131.000,E,0,03,,,M,,M,,*4F\r\n", {M, M, M, 0, 3, M}, 0),  // no fix
+      row("gps", {"RMC"}, rmc, {48.1173f, -11.516667f, M, 1, M, M}, 1e-5f),
+      row("gps_date", {}, "$GPZDA,172809.456,12,07,1996,00,00*57\r\n", {1996, 7, 12, 62889.456f, 0.5f}, 1e-3f, zda - 0.5),
+      row("gps_date", {}, "$GPZDA,172809.456,12,13,1996,00,00*52\r\n", {M, M, M, M, M}, 0),  // month 13
+      row("gps_date", {"RMC"}, rmc, {1994, 3, 23, 45319, -1}, 1e-3f, 764426119 + 1),
+      row("gps_date", {"RMC"}, "$GPRMC,123519,V,,,,,,,230394,,*33\r\n", {M, M, M, M, M}, 0),
   });
 }
 
@@ -70,30 +83,11 @@ TEST(Instruments, SonicRecords) {
   EXPECT_NEAR(ts, 21.81f, 0.01f);
 }
 
-TEST(Instruments, GpsSentences) {
-  const float M = kMissing;
-  const std::string gga = "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n";
-  // Sentences with their checksums.
-  const std::string rmc = "$GPRMC,123519,A,4807.038,N,01131.000,W,022.4,084.4,230394,003.1,W*78\r\n";
-  const double zda = 837192489.456;  // 1996-07-12 17:28:09.456 UTC
-  runCases({
-      row("gps", {}, gga, {48.1173f, 11.516667f, 545.4f, 1, 8, 0.9f}, 1e-5f),
-      row("gps", {}, "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*48", {M, M, M, M, M, M}, 0),
-      row("gps", {}, "$GNGGA,123519,4807.038,N,01131.000,E,0,03,,,M,,M,,*4F\r\n", {M, M, M, 0, 3, M}, 0),  // no fix
-      row("gps", {"RMC"}, rmc, {48.1173f, -11.516667f, M, 1, M, M}, 1e-5f),
-      row("gps_date", {}, "$GPZDA,172809.456,12,07,1996,00,00*57\r\n", {1996, 7, 12, 62889.456f, 0.5f}, 1e-3f, zda - 0.5),
-      row("gps_date", {}, "$GPZDA,172809.456,12,13,1996,00,00*52\r\n", {M, M, M, M, M}, 0),  // month 13
-      row("gps_date", {"RMC"}, rmc, {1994, 3, 23, 45319, -1}, 1e-3f, 764426119 + 1),
-      row("gps_date", {"RMC"}, "$GPRMC,123519,V,,,,,,,230394,,*33\r\n", {M, M, M, M, M}, 0),
-  });
-}
-
 TEST(Instruments, HumidityFromTheProbesTemperature) {
   const float M = kMissing;
-  InfoPtr t = init("t_vaisala", {20, 0, 0});
-  convert("t_vaisala", 0.0f, 1);  // 20 degC
   sharedValues[SHARED_PRESSURE] = 1000;
   runCases({
+      row("t_vaisala", {20, 0, 0}, 0.0f, {20}, 1e-5f),  // the probe's temperature for the rows below
       row("h2o_vaisala", {}, 0.5f, {50, 8.64264f, 7.35827f, 9.27096f}, 1e-3f),
       row("h2o_vaisala", {100, 0, 0}, 1.02f, {100, 17.2853f, 14.8927f, 20}, 1e-3f),  // a little above saturation: clamped
       row("h2o_vaisala", {}, 1.1f, {110, M, M, M}, 1e-3f),
