@@ -52,7 +52,7 @@ class Acquire : public ::testing::Test {
 TEST_F(Acquire, IngestFramesWhatTheSamplingModePrints) {
   std::mt19937 rng(19);
   const int kStreams = 200;
-  unsigned long printed = 0, tossed = 0;
+  unsigned long tossed = 0;
   for (int n = 0; n < kStreams; ++n) {
     const std::vector<std::string> pieces = corruptStream(rng, kStartMs);
     // serial_ingest's sampling mode: readSample in a loop, to the end.
@@ -71,10 +71,9 @@ TEST_F(Acquire, IngestFramesWhatTheSamplingModePrints) {
     for (size_t k = 0; k < 3 * pieces.size(); ++k, clock_.mono += 0.001) acq.serve(true, false);
     // Ingest's samples are the sampling mode's, all of them, in order.
     ASSERT_TRUE(got == want) << "stream " << n << ": " << got.size() << " served of " << want.size();
-    printed += want.size();
     tossed += state.tossedTags;
   }
-  std::cout << kStreams << " streams, " << printed << " samples, " << tossed << " with tags the guard would not trust\n";
+  EXPECT_GT(tossed, 0u) << "no stream had tags the guard would not trust";
 }
 
 // A step of the wall clock moves neither the port's next read nor the
@@ -84,8 +83,6 @@ TEST_F(Acquire, RunsOnTheMonotonicClock) {
   MemoryInput port({a + '\3', "", b + '\3'}, false, 0, kStart, true);
   ArchiveWriter archive(dir(), "s%H%M%S", 3600);
   archive.prepare();
-  state_.station = "tern2";
-  state_.port = "/dev/ttyS3";
   Acquisition acq(port, archive, state_, clock_.seam(), [](int, const char*, size_t) {});
   ASSERT_EQ(acq.serve(true, false), 1);
   EXPECT_FALSE(acq.watchPort());
