@@ -4,7 +4,6 @@
 // same samples, whatever the corruption and however the bytes arrive.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <fstream>
@@ -19,17 +18,7 @@ namespace {
 
 using namespace sample_test;
 
-// The files of dir, in name order, each with its contents.
-std::map<std::string, std::string> files(const std::string& dir) {
-  std::map<std::string, std::string> out;
-  DIR* d = opendir(dir.c_str());
-  for (struct dirent* e; d && (e = readdir(d)) != nullptr;) {
-    std::stringstream s;
-    if (e->d_name[0] != '.') out[e->d_name] = (s << std::ifstream(dir + "/" + e->d_name).rdbuf(), s.str());
-  }
-  if (d) closedir(d);
-  return out;
-}
+const auto files = ScratchSite::files;
 
 const double kStart = 1.7e9;  // 22:13:20 UTC
 const uint32_t kStartMs = 80000000;

@@ -7,7 +7,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
-#include <dirent.h>
 #include <pty.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -30,6 +29,7 @@
 #include "ingest/daemon_fixture.h"
 #include "samples/StreamInputs.h"
 #include "support/rpc_fixture.h"
+#include "support/scratch_site.h"
 #include "support/subprocess.h"
 #include "lib/samples/sample_support.h"
 
@@ -113,22 +113,14 @@ class IngestChain : public ::testing::Test {
   // The archive's samples, file after file in name order; each file must
   // hold whole samples.
   std::vector<std::string> archive() const {
-    std::vector<std::string> names;
-    DIR* d = opendir(raw_.c_str());
-    for (struct dirent* e; d && (e = readdir(d)) != nullptr;)
-      if (e->d_name[0] != '.') names.push_back(e->d_name);
-    if (d) closedir(d);
-    std::sort(names.begin(), names.end());
     std::vector<std::string> samples;
-    for (const std::string& n : names) {
-      std::stringstream s;
-      s << std::ifstream(raw_ + "/" + n).rdbuf();
-      const std::string f = s.str();
+    for (const auto& file : ScratchSite::files(raw_)) {
+      const std::string& f = file.second;
       size_t at = 0;
       for (size_t len; at + 6 <= f.size() && at + 6 + (len = static_cast<unsigned char>(f[at + 5])) <= f.size();
            at += 6 + len)
         samples.push_back(f.substr(at, 6 + len));
-      EXPECT_EQ(at, f.size()) << n << " ends in a partial sample";
+      EXPECT_EQ(at, f.size()) << file.first << " ends in a partial sample";
     }
     return samples;
   }
