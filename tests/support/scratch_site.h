@@ -1,15 +1,18 @@
 // A scratch install root for one test: a fresh directory under /tmp with the
 // projects/<project>/<ops> folder, HERON, PROJECT and OPS pointing at it, and
-// a way to write files beneath it.  The directory and everything in it go
+// a way to write files beneath it and to read a folder back.  The directory and everything in it go
 // when the object does.  The environment is left pointing at the removed
 // root; the next ScratchSite sets it again.
 #ifndef HERON_TESTS_SCRATCH_SITE_H
 #define HERON_TESTS_SCRATCH_SITE_H
 
+#include <dirent.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 
 #include <fstream>
+#include <map>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -46,6 +49,18 @@ class ScratchSite {
   // Writes a file of the ops folder (ingest.conf, channel_config, ...).
   std::string writeOps(const std::string& name, const std::string& bytes) const {
     return write("projects/" + project_ + "/" + ops_ + "/" + name, bytes);
+  }
+  // The files of dir (entries not starting with '.'), by name, each with its
+  // contents; empty when dir cannot be read.
+  static std::map<std::string, std::string> files(const std::string& dir) {
+    std::map<std::string, std::string> out;
+    DIR* d = opendir(dir.c_str());
+    for (struct dirent* e; d && (e = readdir(d)) != nullptr;) {
+      std::stringstream s;
+      if (e->d_name[0] != '.') out[e->d_name] = (s << std::ifstream(dir + "/" + e->d_name).rdbuf(), s.str());
+    }
+    if (d) closedir(d);
+    return out;
   }
 
  private:

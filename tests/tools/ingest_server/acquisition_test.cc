@@ -4,7 +4,6 @@
 // same samples, whatever the corruption and however the bytes arrive.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <fstream>
@@ -19,17 +18,7 @@ namespace {
 
 using namespace sample_test;
 
-// The files of dir, in name order, each with its contents.
-std::map<std::string, std::string> files(const std::string& dir) {
-  std::map<std::string, std::string> out;
-  DIR* d = opendir(dir.c_str());
-  for (struct dirent* e; d && (e = readdir(d)) != nullptr;) {
-    std::stringstream s;
-    if (e->d_name[0] != '.') out[e->d_name] = (s << std::ifstream(dir + "/" + e->d_name).rdbuf(), s.str());
-  }
-  if (d) closedir(d);
-  return out;
-}
+const auto files = ScratchSite::files;
 
 const double kStart = 1.7e9;  // 22:13:20 UTC
 const uint32_t kStartMs = 80000000;
@@ -52,7 +41,7 @@ class Acquire : public ::testing::Test {
 TEST_F(Acquire, IngestFramesWhatTheSamplingModePrints) {
   std::mt19937 rng(19);
   const int kStreams = 200;
-  unsigned long printed = 0, tossed = 0;
+  unsigned long tossed = 0;
   for (int n = 0; n < kStreams; ++n) {
     const std::vector<std::string> pieces = corruptStream(rng, kStartMs);
     // serial_ingest's sampling mode: readSample in a loop, to the end.
@@ -71,10 +60,9 @@ TEST_F(Acquire, IngestFramesWhatTheSamplingModePrints) {
     for (size_t k = 0; k < 3 * pieces.size(); ++k, clock_.mono += 0.001) acq.serve(true, false);
     // Ingest's samples are the sampling mode's, all of them, in order.
     ASSERT_TRUE(got == want) << "stream " << n << ": " << got.size() << " served of " << want.size();
-    printed += want.size();
     tossed += state.tossedTags;
   }
-  std::cout << kStreams << " streams, " << printed << " samples, " << tossed << " with tags the guard would not trust\n";
+  EXPECT_GT(tossed, 0u) << "no stream had tags the guard would not trust";
 }
 
 // A step of the wall clock moves neither the port's next read nor the
@@ -84,8 +72,6 @@ TEST_F(Acquire, RunsOnTheMonotonicClock) {
   MemoryInput port({a + '\3', "", b + '\3'}, false, 0, kStart, true);
   ArchiveWriter archive(dir(), "s%H%M%S", 3600);
   archive.prepare();
-  state_.station = "tern2";
-  state_.port = "/dev/ttyS3";
   Acquisition acq(port, archive, state_, clock_.seam(), [](int, const char*, size_t) {});
   ASSERT_EQ(acq.serve(true, false), 1);
   EXPECT_FALSE(acq.watchPort());

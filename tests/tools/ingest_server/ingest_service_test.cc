@@ -130,8 +130,7 @@ TEST_F(Service, SlowCallersHoldNothing) {
   const uint32_t words[] = {0x80000028, 7, 0, 2, static_cast<uint32_t>(INGEST_PROG + number_), 1, 0};
   for (size_t k = 0; k < 7; ++k) reinterpret_cast<uint32_t*>(&call[0])[k] = htonl(words[k]);
   const int slow = dial("127.0.0.1"), stalled = dial("127.0.0.1");
-  ASSERT_EQ(send(slow, call.data(), 8, 0), 8);
-  ASSERT_EQ(send(stalled, call.data(), 8, 0), 8);
+  for (int fd : {slow, stalled}) ASSERT_EQ(send(fd, call.data(), 8, 0), 8);
   CLIENT* other = client("127.0.0.1");
   EXPECT_TRUE(nullCall(other));
   ASSERT_EQ(send(slow, call.data() + 8, call.size() - 8, 0), static_cast<ssize_t>(call.size() - 8));
@@ -164,8 +163,8 @@ TEST_F(Service, DataGoOnlyToTheCaller) {
   EXPECT_EQ(clients(), 0u);
   EXPECT_EQ(call("127.0.0.2", INGEST_CONNECT, port, "localhost", false), 0);  // localhost is 127.0.0.1
   ASSERT_TRUE(waitFor(data, POLLIN));
-  EXPECT_EQ(call("127.0.0.3", INGEST_DISCONNECT, port, "localhost", false), -1);
-  EXPECT_EQ(call("127.0.0.3", INGEST_RESET_CONNECT, port, "localhost", false), -1);
+  for (rpcproc_t proc : {INGEST_DISCONNECT, INGEST_RESET_CONNECT})
+    EXPECT_EQ(call("127.0.0.3", proc, port, "localhost", false), -1) << proc;
   EXPECT_EQ(clients(), 1u);
   EXPECT_EQ(call("127.0.0.2", INGEST_DISCONNECT, port, "localhost", false), 0);
   EXPECT_EQ(clients(), 0u);
