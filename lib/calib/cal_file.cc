@@ -42,15 +42,6 @@ void* grow_block(void* block, size_t count, size_t size) {
   return p;
 }
 
-// Days from 1970-01-01 to the given proleptic Gregorian date (month 1..12).
-int64_t days_from_civil(int64_t y, int64_t m, int64_t d) {
-  y -= m <= 2;
-  const int64_t era = (y >= 0 ? y : y - 399) / 400;
-  const int64_t yoe = y - era * 400;
-  const int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-  const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  return era * 146097 + doe - 719468;
-}
 
 // Keeps the first fault of a checked file; true when st is checking.
 bool keepFault(struct cal_parse* st, const std::string& what) {
@@ -114,12 +105,12 @@ extern "C" int cal_parse_year(int year) {
 extern "C" double cal_parse_date(int year, int month, int day) {
   // The month is 0..11 from the scanner; the day may run past the month's
   // end and carries over as a calendar would.
-  return static_cast<double>(days_from_civil(year, month + 1, 1) + (static_cast<int64_t>(day) - 1)) *
+  return static_cast<double>(calib_days_from_civil(year, month + 1, 1) + (static_cast<int64_t>(day) - 1)) *
          86400.0;
 }
 
 extern "C" double cal_parse_yday(int year, int yday) {
-  return static_cast<double>(days_from_civil(year, 1, 1) + (static_cast<int64_t>(yday) - 1)) *
+  return static_cast<double>(calib_days_from_civil(year, 1, 1) + (static_cast<int64_t>(yday) - 1)) *
          86400.0;
 }
 

@@ -5,6 +5,7 @@
 #define HERON_CALIB_CALIB_COMMON_H
 
 #include <stddef.h>
+#include <stdint.h>
 
 #include <initializer_list>
 #include <vector>
@@ -16,6 +17,17 @@ constexpr float CALIB_MISSING = 1e37f;
 
 // Anything at or above this counts as missing when a value is tested.
 constexpr float CALIB_MISSING_TEST = 1e36f;
+
+// Days from 1970-01-01 to the proleptic Gregorian date y-m-d (month 1..12),
+// for the calibration files' times and the receivers' dates.
+inline int64_t calib_days_from_civil(int64_t y, int64_t m, int64_t d) {
+  y -= m <= 2;
+  const int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const int64_t yoe = y - era * 400;
+  const int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + doe - 719468;
+}
 
 // A raw record reaches a conversion in at least this many bytes, zero past
 // the sample's own: a decoder of variable records reads no further.

@@ -55,10 +55,7 @@ extern "C" int gps(double*, calib_input in, float* out, int ichan) {
 
 // Parameters: the sentence [text, optional, "GGA" or "RMC", default "GGA"].
 extern "C" CalibInfo* gps_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  calib_check_nparam(kModule, nparam, 0, 1);
-  const char* sentence = nparam == 1 ? calib_param_string(params, 0) : "GGA";
-  if (strcmp(sentence, "GGA") != 0 && strcmp(sentence, "RMC") != 0)
-    calib_init_fail(kModule, "Sentence \"%s\" is neither \"GGA\" nor \"RMC\"\n", sentence);
+  const char* sentence = nmea_sentence_param(kModule, params, nparam, "GGA");
   if (nchan > 0 && nout != kOutputs)
     calib_init_fail(kModule, "Invalid number of outputs (%d), should be %d\n", nout, kOutputs);
   CalibInfo* info = calib_info("gps 1.0", nout, {"deg", "deg", "m", "", "", ""});

@@ -18,16 +18,6 @@ struct Use {
 };
 UseTable<Use> uses;
 
-// Days from 1970-01-01 to the civil date y-m-d (proleptic Gregorian).
-long days_from_civil(long y, long m, long d) {
-  y -= m <= 2;
-  const long era = (y >= 0 ? y : y - 399) / 400;
-  const long yoe = y - era * 400;
-  const long doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-  const long doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  return era * 146097 + doe - 719468;
-}
-
 // Year, month, day and seconds of the day, or false.
 bool date_of(const NmeaSentence& s, bool rmc, double v[4]) {
   v[3] = nmea_seconds_of_day(s, 1);
@@ -60,18 +50,16 @@ extern "C" int gps_date(double* time, calib_input in, float* out, int ichan) {
     return 0;
   }
   for (int i = 0; i < 4; ++i) out[i] = static_cast<float>(v[i]);
-  const double gps_time =
-      days_from_civil(static_cast<long>(v[0]), static_cast<long>(v[1]), static_cast<long>(v[2])) * 86400.0 + v[3];
+  const int64_t day =
+      calib_days_from_civil(static_cast<int64_t>(v[0]), static_cast<int64_t>(v[1]), static_cast<int64_t>(v[2]));
+  const double gps_time = static_cast<double>(day) * 86400.0 + v[3];
   out[4] = static_cast<float>(gps_time - *time);
   return 0;
 }
 
 // Parameters: the sentence [text, optional, "ZDA" or "RMC", default "ZDA"].
 extern "C" CalibInfo* gps_date_init(int ichan, int nchan, void** params, int nparam, int nout) {
-  calib_check_nparam(kModule, nparam, 0, 1);
-  const char* sentence = nparam == 1 ? calib_param_string(params, 0) : "ZDA";
-  if (strcmp(sentence, "ZDA") != 0 && strcmp(sentence, "RMC") != 0)
-    calib_init_fail(kModule, "Sentence \"%s\" is neither \"ZDA\" nor \"RMC\"\n", sentence);
+  const char* sentence = nmea_sentence_param(kModule, params, nparam, "ZDA");
   if (nchan > 0 && nout != kOutputs)
     calib_init_fail(kModule, "Invalid number of outputs (%d), should be %d\n", nout, kOutputs);
   CalibInfo* info = calib_info("gps_date 1.0", nout, {"", "", "", "s", "s"});

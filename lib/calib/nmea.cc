@@ -65,3 +65,11 @@ double nmea_seconds_of_day(const NmeaSentence& s, int i) {
   if (m >= 60 || sec >= 61.0) return CALIB_MISSING;
   return h * 3600.0 + m * 60.0 + sec;
 }
+
+const char* nmea_sentence_param(const char* module, void** params, int nparam, const char* usual) {
+  calib_check_nparam(module, nparam, 0, 1);
+  const char* sentence = nparam == 1 ? calib_param_string(params, 0) : usual;
+  if (strcmp(sentence, usual) != 0 && strcmp(sentence, "RMC") != 0)
+    calib_init_fail(module, "Sentence \"%s\" is neither \"%s\" nor \"RMC\"\n", sentence, usual);
+  return sentence;
+}

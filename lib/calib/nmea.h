@@ -15,6 +15,10 @@ struct NmeaSentence {
   int nfields = 0;
 };
 
+// The sentence an NMEA conversion reads: its one optional parameter, else
+// `usual`; anything but `usual` or "RMC" is an init fault of module.
+const char* nmea_sentence_param(const char* module, void** params, int nparam, const char* usual);
+
 // Finds the sentence named name (three letters) in raw and splits it into s.
 // False when there is none, or its checksum is present and does not match.
 bool nmea_parse(const char* raw, const char* name, NmeaSentence* s);

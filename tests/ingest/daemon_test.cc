@@ -207,6 +207,8 @@ TEST_F(Daemon, SetUserIdCopyGivesUpRoot) {
                                    {"std", "nnn"}, {"extra_fds", "0"},
                                    {"nice", std::to_string(getpriority(PRIO_PROCESS, 0))}};
   for (const auto& kv : want) EXPECT_EQ(rs[0].at(kv.first), kv.second) << kv.first;
+  // The supervisor is this test's own process, known by the id its child
+  // reported; only its status is read, no process found by name.
   std::ifstream st("/proc/" + rs[0].at("parent") + "/status");
   std::string line, uidLine;
   while (std::getline(st, line))
