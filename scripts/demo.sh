@@ -52,7 +52,7 @@ else
 fi
 echo
 
-echo "== raw_dump of both modules' archives, merged in time order (first 16 lines)"
+echo "== raw_dump of the three modules' archives, merged in time order (first 16 lines)"
 build/tools/raw_dump -D "2026 11 21" "$raw"/*.raw 2>/dev/null | sed -n '1,16p'
 echo
 # The first 300 bytes of a file: a dozen samples with their end-of-message bytes.

@@ -5,8 +5,8 @@
 // 10^22 are both exact doubles, so one multiplication or division rounds
 // once, to the same double strtod gives).  Any other text (more digits,
 // larger exponents, "inf", hexadecimal) goes to strtod, so
-// the result and the end pointer are always those of strtod in the "C"
-// locale.
+// the result and the end pointer are always strtod's in the "C" locale,
+// the only one the programs run in (none calls setlocale).
 #ifndef HERON_CALIB_DECIMAL_H
 #define HERON_CALIB_DECIMAL_H
 
