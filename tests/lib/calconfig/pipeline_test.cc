@@ -42,8 +42,8 @@ TEST(CalConfigPipeline, ExampleSiteCalibratesToTheEncodedValues) {
   CalConfig cfg;
   cfg.PreRegisterAllDataIds();
   cfg.InitializeFunctions();
-  EXPECT_EQ(cfg.GetUnits({"u.wind", "tc.wind", "q.kh2o", "p.baro", "h2o.irga"}),
-            (std::vector<std::string>{"m/s", "degC", "g/m^3", "mb", "g/m^3"}));
+  EXPECT_EQ(cfg.GetUnits({"u.wind", "tc.wind", "q.kh2o", "p.baro", "h2o.irga", "tc.gill", "co2.opath", "p.logger"}),
+            (std::vector<std::string>{"m/s", "degC", "g/m^3", "mb", "g/m^3", "degC", "mmol/m^3", "mb"}));
   cfg.openInputs(1795262400.0, 1795262430.0);
 
   SampleStream<TaggedSampleBase> stream;
@@ -72,7 +72,7 @@ TEST(CalConfigPipeline, ExampleSiteCalibratesToTheEncodedValues) {
   }
   size_t values = 0;
   for (const auto& s : truth) values += s.second.size();
-  EXPECT_EQ(values, 4230u);
+  EXPECT_EQ(values, 7680u);
   EXPECT_EQ(matched, values);
   EXPECT_EQ(cfg.unwantedSamples(), 0);
   TernList::clear();
