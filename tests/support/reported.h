@@ -1,0 +1,40 @@
+// Faults that would end the program, checked in the test's own process:
+// reported(f) runs f with both of logit's ends read into memory and
+// exit_status_1 made to throw, and returns what f reported, one message a
+// line, followed by "[exit 1]" when f ended the program there.
+#ifndef HERON_TESTS_REPORTED_H
+#define HERON_TESTS_REPORTED_H
+
+#include <string>
+
+#include "base/fatal.h"
+#include "base/logit.h"
+
+namespace heron_test {
+
+struct EndedWithStatus1 {};
+
+template <class F>
+std::string reported(F f) {
+  std::string text;
+  const auto keep = [&text](const std::string& message) { text += message + "\n"; };
+  struct Restore {
+    heron::LogEnds ends;
+    heron::Ending ending;
+    ~Restore() {
+      heron::setLogEnds(ends);
+      heron::setEnding(ending);
+    }
+  } restore{heron::setLogEnds({[keep](int, const std::string& m) { keep(m); }, keep}),
+            heron::setEnding([] { throw EndedWithStatus1(); })};
+  try {
+    f();
+  } catch (const EndedWithStatus1&) {
+    text += "[exit 1]";
+  }
+  return text;
+}
+
+}  // namespace heron_test
+
+#endif
