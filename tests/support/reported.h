@@ -18,13 +18,10 @@ template <class F>
 std::string reported(F f) {
   std::string text;
   const auto keep = [&text](const std::string& message) { text += message + "\n"; };
-  struct Restore {
+  struct Restore {  // put back however f leaves
     heron::LogEnds ends;
     heron::Ending ending;
-    ~Restore() {
-      heron::setLogEnds(ends);
-      heron::setEnding(ending);
-    }
+    ~Restore() { heron::setLogEnds(ends), heron::setEnding(ending); }
   } restore{heron::setLogEnds({[keep](int, const std::string& m) { keep(m); }, keep}),
             heron::setEnding([] { throw EndedWithStatus1(); })};
   try {
