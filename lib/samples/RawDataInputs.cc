@@ -34,6 +34,10 @@ void RawDataInputs::removeInput(int i) {
   setHead();
 }
 
+bool RawDataInputs::isPending(int i) const {
+  return !_pending.empty() && std::find(_pending.begin(), _pending.end(), i) != _pending.end();
+}
+
 // Input i's next sample into its slot.  An input that fails is removed and
 // the failure thrown on.
 int RawDataInputs::readInput(int i) {
@@ -69,7 +73,7 @@ int RawDataInputs::readSample(int i, int pending) {
       const auto pos = std::find(_seq.begin(), _seq.end(), i);
       std::rotate(_seq.begin(), pos, pos + 1);
     }
-    placeFirst(e.time);
+    placeFirst(e.time, !_pending.empty());
   } else if (!pending) {
     park(i);
   }

@@ -16,7 +16,6 @@
 #ifndef HERON_RAWDATAINPUTS_H
 #define HERON_RAWDATAINPUTS_H
 
-#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -49,7 +48,7 @@ class RawDataInputs {
         e->ahead.swap(_outsample);
         t = e->time;
         e->time = u;
-        placeFirst(u);
+        placeFirst(u, false);
         return _outsample.get();
       }
     }
@@ -97,19 +96,25 @@ class RawDataInputs {
 
   // The input at _seq[0], whose read-ahead time is now t, goes behind
   // every waiting input whose time is not greater, so that equal times go
-  // out in the order they were read; pending inputs stay at the back.  The
-  // one placement of both passes, inline for the usual one: there nothing
-  // is pending, and the input stays first whenever it is still the
-  // earliest (always so with one input).
-  void placeFirst(double t) {
+  // out in the order they were read; pending inputs (there are some when
+  // pending is set) stay at the back.  The one placement of both passes,
+  // inline for the usual one, which has nothing pending: there the input
+  // stays first whenever it is still the earliest (always so with one
+  // input), and the search stops at position 1 at the latest.
+  void placeFirst(double t, bool pending) {
+    if (_ninputs < 2) return;
     int* const seq = _seq.data();
-    if (_ninputs < 2 || (t < timeOf(seq[1]) && _pending.empty())) return;
+    if (!pending && t < timeOf(seq[1])) return;
     const int i = seq[0];
     int k = _ninputs - 1;
-    while (k > 0 && (timeOf(seq[k]) > t || isPending(seq[k]))) --k;
+    if (!pending) {
+      while (timeOf(seq[k]) > t) --k;
+    } else {
+      while (k > 0 && (timeOf(seq[k]) > t || isPending(seq[k]))) --k;
+    }
     for (int m = 0; m < k; ++m) seq[m] = seq[m + 1];
     seq[k] = i;
-    setHead();
+    _head = pending ? nullptr : &_entries[static_cast<size_t>(seq[0])];  // as setHead()
   }
   double timeOf(int i) const { return _entries[static_cast<size_t>(i)].time; }
   // Sets _head after any change of the inputs, the order or the pending
@@ -118,9 +123,7 @@ class RawDataInputs {
   RawSample* fullPass(double& t);
   int readInput(int i);
   void park(int i);
-  bool isPending(int i) const {
-    return !_pending.empty() && std::find(_pending.begin(), _pending.end(), i) != _pending.end();
-  }
+  bool isPending(int i) const;
 
   std::vector<Entry> _entries;
   // The sample last handed out.  It is exchanged with the read-ahead slot
