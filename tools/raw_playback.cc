@@ -184,13 +184,9 @@ long play(const Options& o, int fd) {
           sleepUntil(due);
         }
       }
-      const char* head = reinterpret_cast<const char*>(&s.tt);
-      out.insert(out.end(), head, head + 4);
-      out.push_back(static_cast<char>(s.chan));
-      out.push_back(static_cast<char>(s.len));
-      const char* d = s.data;
-      out.insert(out.end(), d, d + s.size());
-      out.push_back(kEOM);
+      const size_t at = out.size();
+      out.resize(at + RawSample::headLen + s.len + 1);
+      out[at + static_cast<size_t>(s.encode(&out[at]))] = kEOM;
       ++count;
       if (out.size() >= 60000) {
         if (!writeAll(fd, out.data(), out.size())) break;

@@ -109,14 +109,10 @@ class RawDataInput {
     int len;
     const char* const p = framer.peekWhole(len);
     if (p == nullptr) return false;
-    TIMETAG tt;
-    memcpy(&tt, p, 4);
-    const long ms = guard.msecs(static_cast<long>(tt));
+    const long ms = guard.msecs(static_cast<long>(RawSample::tagAt(p)));
     if (!guard.isUsual(ms, t) || !samp->data.copyBlock(p + RawSample::headLen, len, RawSample::quickLen)) return false;
     guard.acceptUsual(ms, t);
-    samp->tt = tt;
-    samp->chan = static_cast<CHAN_T>(p[4]);
-    samp->len = static_cast<SAMPLE_N>(len);
+    samp->decodeHeader(p);
     samp->ternIndex = ternIndex;
     framer.take(len);
     return true;
