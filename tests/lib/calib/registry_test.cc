@@ -12,12 +12,19 @@ calib_any_t any(calib_init_t f) { return reinterpret_cast<calib_any_t>(f); }
 }  // namespace
 
 TEST(Registry, LookupByExactName) {
-  EXPECT_EQ(any(calib_function("linear")), any(&linear));
-  EXPECT_EQ(any(calib_function("linear_init")), any(&linear_init));  // init functions are entries too
-  for (const char* name : {"sonic", "Linear", "linear ", "q_kh2o_serial_x", "", static_cast<const char*>(nullptr)})
-    EXPECT_EQ(calib_function(name), nullptr) << (name ? name : "null");
-  for (const char* name : {"linear_init", "analog_sonic", static_cast<const char*>(nullptr)})
-    EXPECT_EQ(init_function(name), nullptr) << (name ? name : "null");
+  // A name, and what calib_function and init_function find for it.
+  const struct {
+    const char* name;
+    calib_any_t func, init;
+  } cases[] = {
+      {"linear", any(&linear), any(&linear_init)}, {"linear_init", any(&linear_init), nullptr},  // an entry too
+      {"analog_sonic", nullptr, nullptr}, {"sonic", nullptr, nullptr}, {"Linear", nullptr, nullptr},
+      {"linear ", nullptr, nullptr}, {"q_kh2o_serial_x", nullptr, nullptr}, {"", nullptr, nullptr},
+      {nullptr, nullptr, nullptr}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(any(calib_function(c.name)), c.func) << (c.name ? c.name : "null");
+    EXPECT_EQ(any(init_function(c.name)), c.init) << (c.name ? c.name : "null");
+  }
   // Each conversion is followed by its own init function; a null pair ends the table.
   size_t n = 0;
   for (; function_list[n].name; n += 2) {
