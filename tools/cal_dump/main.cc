@@ -35,6 +35,7 @@
 #include "PlotSink.h"
 #include "SampleFormSink.h"
 #include "base/Exception.h"
+#include "base/clock.h"
 #include "calconfig/CalConfig.h"
 #include "calconfig/TaggedSample.h"
 
@@ -139,12 +140,6 @@ std::string title() {
   return std::string("calibrated variables of project ") + (project ? project : "?") + ", " + (ops ? ops : "?");
 }
 
-double monotonic() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<double>(ts.tv_sec) + ts.tv_nsec * 1e-9;
-}
-
 // "samples read, per cent of the span" on a terminal's standard error.
 class Progress {
  public:
@@ -154,7 +149,7 @@ class Progress {
   }
   void update(long samples, double t) {
     if (!on_ || (samples & 1023) != 0) return;
-    const double now = monotonic();
+    const double now = heron::monotonicSeconds();
     if (now - last_ < 0.5) return;
     last_ = now;
     shown_ = true;

@@ -1,21 +1,15 @@
 #include "Acquisition.h"
 
 #include <string.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cmath>
 
 #include "base/Exception.h"
+#include "base/clock.h"
 #include "base/logit.h"
 
 namespace {
-double clockSeconds(clockid_t id) {
-  struct timespec ts;
-  clock_gettime(id, &ts);
-  return static_cast<double>(ts.tv_sec) + ts.tv_nsec * 1e-9;
-}
-
 // The raw form of a sample: header (time tag as it came) and data.
 size_t wireForm(const RawSample& s, char* out) {
   memcpy(out, &s.tt, 4);
@@ -27,7 +21,7 @@ size_t wireForm(const RawSample& s, char* out) {
 }  // namespace
 
 IngestClock IngestClock::system() {
-  return {[] { return clockSeconds(CLOCK_MONOTONIC); }, [] { return clockSeconds(CLOCK_REALTIME); }};
+  return {heron::monotonicSeconds, heron::wallSeconds};
 }
 
 QuietWatch::QuietWatch(const std::string& station, const std::string& device, double start)

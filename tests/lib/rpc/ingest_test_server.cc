@@ -65,8 +65,8 @@ void serveNormally(int number) {
   rpctest::announceReady();
   std::vector<struct pollfd> fds;
   for (uint32_t ticks = 0;; ++ticks) {
-    const double due = IngestService::monotonic() + 0.02;
-    for (double left; (left = due - IngestService::monotonic()) > 0;) {
+    const double due = heron::monotonicSeconds() + 0.02;
+    for (double left; (left = due - heron::monotonicSeconds()) > 0;) {
       fds.clear();
       service.pollFds(fds);
       if (!rpctest::wait(fds.data(), fds.size(), static_cast<int>(left * 1000) + 1)) return;

@@ -52,7 +52,7 @@ class Service : public ::testing::Test {
     signal(SIGPIPE, SIG_IGN);  // as Ingest has it
     AllowList hosts;  // 127.0.0.1 to .3, not the stranger at 127.0.0.4
     hosts.nets = {{0x7f000000, 0xfffffffc}};
-    service_.reset(new IngestService(number_, input_, hosts, [this] { return IngestService::monotonic() + skew_; }));
+    service_.reset(new IngestService(number_, input_, hosts, [this] { return heron::monotonicSeconds() + skew_; }));
     struct sockaddr_in rpcbind = loopback(heron_test::kLoopback, 0);
     ASSERT_NE(port_ = pmap_getport(&rpcbind, INGEST_PROG + number_, INGEST_VERS, IPPROTO_TCP), 0);
     loop_ = std::thread([this] {
