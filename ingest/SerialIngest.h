@@ -14,6 +14,7 @@
 
 #include "RestartPolicy.h"
 #include "SerialIngestRunstring.h"
+#include "base/Reactor.h"
 
 // Built-in name of the module whose fast output sampling mode reads; a
 // build may set its own (-DSERIAL_INGEST_DEFAULT_TERN=\"name\").
@@ -23,9 +24,6 @@
 
 class IngestConfig;
 class TTy;
-namespace heron {
-class Reactor;
-}
 
 class SerialIngest {
  public:
@@ -60,6 +58,8 @@ class SerialIngest {
   int octout(TTy* tty);
   int hexout(TTy* tty);
 
+  // What SIGCHLD (reap the children), SIGHUP and SIGINT do; daemon mode's
+  // loop calls it for each of them it takes, between its steps.
   static void staticSignalHandler(int sig);
   // Takes the signals that have come and says whether SIGINT has asked the
   // supervisor to end (a C-callable test for the remote-procedure waits).
@@ -121,7 +121,7 @@ class SerialIngest {
   bool _anything = false; // the pass has found an entry for this host
   size_t _next = 0;       // the entry the pass looks at next
   double _wake = -1;      // when a backed-off or failed start is due, -1: none
-  unsigned long _timer = 0;
+  heron::Reactor::TimerId _timer = 0;  // the step set for later
 
   static SerialIngest* _instance;
 };

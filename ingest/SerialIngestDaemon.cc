@@ -247,11 +247,11 @@ void SerialIngest::startNext() {
   scan();
 }
 
-// A signal, after the handler of serial_ingest's own: the end of every
+// A signal, through serial_ingest's own handler; then the end of every
 // child it found ended goes to the child's restart policy, and a pass
 // follows (at the end of the one under way, if any).
 void SerialIngest::onSignal(int sig) {
-  signalHandler(sig);
+  staticSignalHandler(sig);
   const double now = heron::monotonicSeconds();
   for (const auto& child : _childProcs) {
     auto policy = _restarts.find(child.first);
