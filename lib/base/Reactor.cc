@@ -115,7 +115,7 @@ void Reactor::dispatch() {
   }
   if (first > 0 && fds_[0].revents != 0) takeSignals();
   serveFiles(first, own);
-  for (size_t k = 0; k < sets_.size(); ++k) {
+  for (size_t k = 0; k < sets_.size() && !stopped_; ++k) {
     const size_t end = k + 1 < starts.size() ? starts[k + 1] : fds_.size();
     const Serve serve = sets_[k].serve;
     serve(fds_.data() + starts[k], end - starts[k]);
@@ -124,7 +124,7 @@ void Reactor::dispatch() {
 }
 
 void Reactor::serveFiles(size_t from, size_t to) {
-  for (size_t k = from; k < to; ++k) {
+  for (size_t k = from; k < to && !stopped_; ++k) {
     const struct pollfd p = fds_[k];
     if (p.revents == 0) continue;
     if (p.revents & POLLNVAL) throw oru::IOException("reactor", "poll", "descriptor " + std::to_string(p.fd) + " is not open");
@@ -136,10 +136,10 @@ void Reactor::serveFiles(size_t from, size_t to) {
 }
 
 void Reactor::fireTimers() {
-  if (timers_.empty()) return;
+  if (timers_.empty() || stopped_) return;
   const double now = monotonicSeconds();
   const TimerId newest = lastTimer_;
-  while (!timers_.empty()) {
+  while (!timers_.empty() && !stopped_) {
     auto it = timers_.begin();
     if (it->first.first > now || it->first.second > newest) return;
     const Callback callback = std::move(it->second);

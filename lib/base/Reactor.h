@@ -81,9 +81,10 @@ class Reactor {
 
   // One wait and the handlers of what it found.
   void dispatch();
-  // Dispatches until a handler calls stop().
+  // Dispatches until a handler calls stop(); no other handler runs after
+  // that one (the signals already read are still handed out).
   void run();
-  void stop() { stopped_ = true; }
+  void stop() { stopped_ = true; }  // for good
 
  private:
   struct File {

@@ -73,6 +73,13 @@ const Case kCases[] = {
        EXPECT_EQ(kill(getpid(), SIGUSR1), 0);
      },
      "s", 1, 1, 0},
+    {"no handler runs after one has stopped the loop",
+     [](Scene& r) {
+       r.loop.addTimeout(0, [&r] { r.note("t"); });
+       r.loop.addSignal(SIGUSR1, [&r](int) { r.note("s", true), r.loop.stop(); });
+       EXPECT_EQ(kill(getpid(), SIGUSR1), 0);
+     },
+     "s", 1, 1, 0},
 };
 
 TEST(Reactor, ServesTimersDescriptorsAndSignalsWithoutSpinning) {
