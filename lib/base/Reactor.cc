@@ -127,7 +127,8 @@ void Reactor::serveFiles(size_t from, size_t to) {
   for (size_t k = from; k < to && !stopped_; ++k) {
     const struct pollfd p = fds_[k];
     if (p.revents == 0) continue;
-    if (p.revents & POLLNVAL) throw oru::IOException("reactor", "poll", "descriptor " + std::to_string(p.fd) + " is not open");
+    if (p.revents & POLLNVAL)
+      throw oru::IOException("reactor", "poll", "descriptor " + std::to_string(p.fd) + " is not open");
     auto it = files_.find(p.fd);
     if (it == files_.end() || (it->second.events & p.events) == 0) continue;  // removed meanwhile
     const FileHandler handler = it->second.handler;

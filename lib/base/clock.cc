@@ -13,7 +13,9 @@ struct timespec readClock(clockid_t id, const char* name) {
   return ts;
 }
 
-double seconds(const struct timespec& ts) { return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9; }
+double seconds(const struct timespec& ts) {
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
 }  // namespace
 
 double monotonicSeconds() { return seconds(readClock(CLOCK_MONOTONIC, "CLOCK_MONOTONIC")); }
