@@ -73,7 +73,7 @@ void Reactor::addSignal(int sig, SignalHandler handler) {
 
 void Reactor::takeSignals() {
   if (sigfd_ < 0) return;
-  for (;;) {
+  while (!stopped_) {
     struct signalfd_siginfo si;
     const ssize_t n = read(sigfd_, &si, sizeof si);
     if (n < 0 && errno == EINTR) continue;
@@ -83,7 +83,7 @@ void Reactor::takeSignals() {
     const int sig = static_cast<int>(si.ssi_signo);
     auto it = signals_.find(sig);
     if (it == signals_.end()) continue;
-    const SignalHandler handler = it->second;  // it may remove itself
+    const SignalHandler handler = it->second;  // a copy: it may replace itself
     handler(sig);
   }
 }

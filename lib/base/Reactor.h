@@ -76,13 +76,14 @@ class Reactor {
   // waits.  A wait outside the loop that must answer signals watches it
   // and calls takeSignals() when it is readable.
   int signalFd() const { return sigfd_; }
-  // Runs the handlers of the signals that have arrived, without waiting.
+  // Runs the handlers of the signals that have arrived, without waiting
+  // (none once the loop is stopped).
   void takeSignals();
 
   // One wait and the handlers of what it found.
   void dispatch();
   // Dispatches until a handler calls stop(); no other handler runs after
-  // that one (the signals already read are still handed out).
+  // that one, and signals still to come stay where they are.
   void run();
   void stop() { stopped_ = true; }  // for good
 
