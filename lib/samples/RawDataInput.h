@@ -8,6 +8,15 @@
 // step; the end of the data is oru::EOFException; SIGINT, SIGTERM or SIGHUP
 // caught by the inputs' handler becomes oru::InterruptedException at the
 // next read.
+//
+// Signals, for every program of the system: each input installs the same
+// handler for SIGINT, SIGTERM and SIGHUP, which only sets interruptSet, and
+// a tool that reads inputs stops on that one flag.  A tool may catch the
+// signals itself until its inputs are open, and then sets the same flag
+// (cal_dump does, to end at once on a second signal).  A daemon takes the
+// signals it handles through its reactor (base/Reactor.h), which blocks
+// them: the inputs' handler never runs there, so a SIGHUP that asks Ingest
+// for a new archive file never ends its reading.
 #ifndef HERON_RAWDATAINPUT_H
 #define HERON_RAWDATAINPUT_H
 

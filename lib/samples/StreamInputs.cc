@@ -16,7 +16,7 @@
 #include "base/logit.h"
 #include "rpc/chan_subs.h"
 #include "rpc/ingest_client.h"
-#include "rpc/rpc_wait.h"
+#include "base/clock.h"
 
 namespace {
 // The socket of a datagram connection, read with its lease renewed every
@@ -26,12 +26,12 @@ class LeaseSource : public ByteSource {
  public:
   static const long long kRenewMs = 300000;
   LeaseSource(const int& fd, std::function<void()> renew)
-      : fd_(fd), renew_(std::move(renew)), due_(rpc_monotonic_ms() + kRenewMs) {}
+      : fd_(fd), renew_(std::move(renew)), due_(heron::monotonicMs() + kRenewMs) {}
   long read(char* p, size_t n) override {
     const int flags = fcntl(fd_, F_GETFL);
     if (flags < 0) return -1;
     for (;;) {
-      const long long now = rpc_monotonic_ms();
+      const long long now = heron::monotonicMs();
       if (now >= due_) {
         renew_();
         due_ = now + kRenewMs;

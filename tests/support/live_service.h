@@ -20,12 +20,13 @@
 #include <vector>
 
 #include "IngestService.h"
+#include "base/clock.h"
 
 namespace heron_test {
 
 class LiveService {
  public:
-  explicit LiveService(int number, AllowList allow = AllowList(), IngestService::Clock clock = IngestService::monotonic,
+  explicit LiveService(int number, AllowList allow = AllowList(), IngestService::Clock clock = heron::monotonicSeconds,
                        bool ticking = true)
       : input_(), service_(number, input_, allow, clock), ticking_(ticking), thread_([this] { run(); }) {
     // One round has run before the test goes on: the sanitizers' first look
@@ -60,8 +61,8 @@ class LiveService {
   void run() {
     std::vector<struct pollfd> fds;
     for (uint32_t ticks = 0; !stop_; ++ticks) {
-      const double due = IngestService::monotonic() + 0.02;
-      for (double left; !stop_ && (left = due - IngestService::monotonic()) > 0; ++rounds_) {
+      const double due = heron::monotonicSeconds() + 0.02;
+      for (double left; !stop_ && (left = due - heron::monotonicSeconds()) > 0; ++rounds_) {
         std::lock_guard<std::mutex> held(lock_);
         fds.clear();
         service_.pollFds(fds);

@@ -1,23 +1,14 @@
 #include "Acquisition.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cmath>
 
 #include "base/Exception.h"
+#include "base/clock.h"
 #include "base/logit.h"
 
-namespace {
-double clockSeconds(clockid_t id) {
-  struct timespec ts;
-  clock_gettime(id, &ts);
-  return static_cast<double>(ts.tv_sec) + ts.tv_nsec * 1e-9;
-}
-}  // namespace
-
 IngestClock IngestClock::system() {
-  return {[] { return clockSeconds(CLOCK_MONOTONIC); }, [] { return clockSeconds(CLOCK_REALTIME); }};
+  return {heron::monotonicSeconds, heron::wallSeconds};
 }
 
 QuietWatch::QuietWatch(const std::string& station, const std::string& device, double start)

@@ -51,7 +51,7 @@ class Service : public ::testing::Test {
     signal(SIGPIPE, SIG_IGN);  // as Ingest has it
     AllowList hosts;  // 127.0.0.1 to .3, not the stranger at 127.0.0.4
     hosts.nets = {{0x7f000000, 0xfffffffc}};
-    service_.reset(new heron_test::LiveService(number_, hosts, [this] { return IngestService::monotonic() + skew_; }, false));
+    service_.reset(new heron_test::LiveService(number_, hosts, [this] { return heron::monotonicSeconds() + skew_; }, false));
     struct sockaddr_in rpcbind = loopback(heron_test::kLoopback, 0);
     ASSERT_NE(port_ = pmap_getport(&rpcbind, INGEST_PROG + number_, INGEST_VERS, IPPROTO_TCP), 0);
   }
