@@ -44,12 +44,18 @@ namespace heron_test {
 constexpr const char* kLoopback = "127.0.0.1";
 constexpr unsigned long kModuleServerProgram = 0x20000001;
 
+// The socket address of `address` (dotted), port `port`.
+inline struct sockaddr_in loopback(const char* address, unsigned short port) {
+  struct sockaddr_in a = {};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(port);
+  inet_pton(AF_INET, address, &a.sin_addr);
+  return a;
+}
+
 inline bool rpcbindAnswers() {
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  struct sockaddr_in sin = {};
-  sin.sin_family = AF_INET;
-  sin.sin_port = htons(111);
-  sin.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  struct sockaddr_in sin = loopback(kLoopback, 111);
   bool ok = fd >= 0 && connect(fd, reinterpret_cast<struct sockaddr*>(&sin), sizeof sin) == 0;
   if (fd >= 0) close(fd);
   return ok;

@@ -42,17 +42,14 @@ uint32_t wordAt(const std::string& rec, size_t at) {
   return ntohl(w);
 }
 
-// A stream connection to 127.0.0.1:port, from `from` (host order, 0 for
-// any); -1 on failure.
-int connectTo(unsigned short port, uint32_t from) {
-  struct sockaddr_in a = {};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(from);
+// A stream connection to 127.0.0.1:port from the address `from`; -1 on
+// failure.
+int connectTo(unsigned short port, const char* from) {
+  struct sockaddr_in me = loopback(from, 0), it = loopback(kLoopback, port);
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd >= 0 && from != 0 && bind(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof a) != 0) fd = (close(fd), -1);
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  a.sin_port = htons(port);
-  if (fd >= 0 && connect(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof a) != 0) fd = (close(fd), -1);
+  if (fd >= 0 && (bind(fd, reinterpret_cast<struct sockaddr*>(&me), sizeof me) != 0 ||
+                  connect(fd, reinterpret_cast<struct sockaddr*>(&it), sizeof it) != 0))
+    fd = (close(fd), -1);
   if (fd < 0) perror("test server: connecting back");
   return fd;
 }
@@ -123,10 +120,10 @@ bool answer(Peer& p, const std::string& mode) {
     const unsigned short port =
         decodeArgs(p.in, reinterpret_cast<xdrproc_t>(xdr_connect_t), &args) ? args.s_port : 0;
     xdr_free(reinterpret_cast<xdrproc_t>(xdr_connect_t), reinterpret_cast<char*>(&args));
-    const int fd = connectTo(port, 0x7f000002);  // 127.0.0.2
+    const int fd = connectTo(port, "127.0.0.2");
     if (fd >= 0 && (send(fd, "stranger", 8, MSG_NOSIGNAL) != 8 || close(fd) != 0)) perror("test server: stranger");
     const std::string s = nowSample(3, 0);
-    if ((p.data = connectTo(port, 0)) >= 0 && send(p.data, s.data(), s.size(), MSG_NOSIGNAL) != 10)
+    if ((p.data = connectTo(port, kLoopback)) >= 0 && send(p.data, s.data(), s.size(), MSG_NOSIGNAL) != 10)
       perror("test server: sample");
   }
   p.closeWhenSent = mode == "truncated" || mode == "hugestring";
@@ -146,9 +143,7 @@ TestServer::TestServer(unsigned long prog, const std::string& mode, const std::v
     const size_t at = e.find_first_of("=:");
     env_[e.substr(0, at)] = e[at] == '=' ? e.substr(at + 1) : std::string(strtoul(&e[at + 1], nullptr, 10), 'x');
   }
-  struct sockaddr_in sin = {};
-  sin.sin_family = AF_INET;
-  sin.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  struct sockaddr_in sin = loopback(kLoopback, 0);
   socklen_t len = sizeof sin;
   if (error_.empty() && ((listen_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) < 0 ||
                          bind(listen_, reinterpret_cast<struct sockaddr*>(&sin), sizeof sin) != 0 ||
