@@ -1,6 +1,5 @@
 #include "ingest/daemon_fixture.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
@@ -16,7 +15,7 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <fstream>
+#include <sstream>
 
 #include "support/rpc_fixture.h"
 
@@ -161,17 +160,14 @@ std::vector<DaemonSite::Report> DaemonSite::reports(size_t n, double seconds) {
   std::vector<Report> out;
   for (auto end = Clock::now() + std::chrono::duration<double>(seconds);; usleep(50000)) {
     out.clear();
-    DIR* d = opendir((dir() + "/reports").c_str());
-    while (struct dirent* e = d ? readdir(d) : nullptr) {
-      std::string name = e->d_name;  // "<station>.<pid>"; "." and a report being written start with "."
-      if (name[0] == '.') continue;
-      std::ifstream in(dir() + "/reports/" + name);
-      Report r{{"pid", name.substr(name.rfind('.') + 1)}};
+    // "<station>.<pid>"; a report being written starts with "."
+    for (const auto& file : ScratchSite::files(dir() + "/reports")) {
+      Report r{{"pid", file.first.substr(file.first.rfind('.') + 1)}};
+      std::istringstream in(file.second);
       for (std::string line; std::getline(in, line);)
         if (line.find('=') != std::string::npos) r[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
       out.push_back(r);
     }
-    if (d) closedir(d);
     if (out.size() >= n || Clock::now() >= end) return out;
   }
 }

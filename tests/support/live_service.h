@@ -10,8 +10,6 @@
 #define HERON_TESTS_LIVE_SERVICE_H
 
 #include <poll.h>
-#include <string.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -21,6 +19,7 @@
 
 #include "IngestService.h"
 #include "base/clock.h"
+#include "support/rpc_fixture.h"
 
 namespace heron_test {
 
@@ -60,24 +59,10 @@ class LiveService {
         service_.handle(fds.data(), 0);
       }
       std::lock_guard<std::mutex> held(lock_);
-      for (int ch = 0; ticking_ && ch < 256; ++ch) service_.deliver(ch, sample(ch, ticks), 10);
+      for (int ch = 0; ticking_ && ch < 256; ++ch) service_.deliver(ch, nowSample(ch, ticks).data(), 10);
       if (ticking_) service_.send();
     }
   }
-  static const char* sample(int chan, uint32_t value) {
-    static char s[10];
-    struct timespec ts;
-    clock_gettime(CLOCK_REALTIME, &ts);
-    const uint32_t ms = static_cast<uint32_t>((ts.tv_sec % 86400) * 1000 + ts.tv_nsec / 1000000);
-    const unsigned char bytes[10] = {static_cast<unsigned char>(ms >> 24), static_cast<unsigned char>(ms >> 16),
-                                     static_cast<unsigned char>(ms >> 8), static_cast<unsigned char>(ms),
-                                     static_cast<unsigned char>(chan), 4,
-                                     static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
-                                     static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
-    memcpy(s, bytes, sizeof s);
-    return s;
-  }
-
   const InputState input_;
   IngestService service_;
   const bool ticking_;

@@ -1,6 +1,6 @@
 // Test support for the remote-procedure parts: a real rpcbind of the test's
-// own and the test servers (built beside the test programs) as child processes.
-// Ingest's own service runs in the test's process: see live_service.h.
+// own and the test servers, each on a thread of the test process (Ingest's
+// own service too: see live_service.h).
 //
 //   HERON_REQUIRE_RPCBIND();                   // first, in the test body
 //   heron_test::TestModuleServer server({"PROJECT=p", "OPS=o"});
@@ -20,8 +20,6 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
-#include <fcntl.h>
-#include <limits.h>
 #include <net/if.h>
 #include <poll.h>
 #include <rpc/rpc.h>
@@ -33,9 +31,12 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace heron_test {
@@ -43,12 +44,18 @@ namespace heron_test {
 constexpr const char* kLoopback = "127.0.0.1";
 constexpr unsigned long kModuleServerProgram = 0x20000001;
 
+// The socket address of `address` (dotted), port `port`.
+inline struct sockaddr_in loopback(const char* address, unsigned short port) {
+  struct sockaddr_in a = {};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(port);
+  inet_pton(AF_INET, address, &a.sin_addr);
+  return a;
+}
+
 inline bool rpcbindAnswers() {
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  struct sockaddr_in sin = {};
-  sin.sin_family = AF_INET;
-  sin.sin_port = htons(111);
-  sin.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  struct sockaddr_in sin = loopback(kLoopback, 111);
   bool ok = fd >= 0 && connect(fd, reinterpret_cast<struct sockaddr*>(&sin), sizeof sin) == 0;
   if (fd >= 0) close(fd);
   return ok;
@@ -132,83 +139,6 @@ inline std::string ensureRpcbind() {
 
 namespace heron_test {
 
-// Path of a program built beside the running test program.
-inline std::string testProgramPath(const char* name) {
-  char self[PATH_MAX];
-  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-  std::string path(self, n > 0 ? static_cast<size_t>(n) : 0);
-  return path.substr(0, path.rfind('/') + 1) + name;
-}
-
-// A test server run as a child process.  The constructor returns once the
-// server has printed its "ready" line (or failed); the destructor stops it
-// with SIGTERM, which makes it withdraw its rpcbind registration.
-class ServerProcess {
- public:
-  ServerProcess(const std::string& program, const std::vector<std::string>& args) : error_(ensureRpcbind()) {
-    if (error_.empty()) start(program, args);
-  }
-  ~ServerProcess() { end(SIGTERM); }
-  ServerProcess(const ServerProcess&) = delete;
-  ServerProcess& operator=(const ServerProcess&) = delete;
-
-  bool ok() const { return pid_ > 0 && error_.empty(); }
-  const std::string& error() const { return error_; }
-  // Kills the server without letting it withdraw its registration, as a
-  // crash would.
-  void crash() { end(SIGKILL); }
-
- private:
-  void end(int sig) {
-    if (pid_ <= 0) return;
-    kill(pid_, sig);
-    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-    }
-    pid_ = -1;
-  }
-
-  void start(const std::string& program, const std::vector<std::string>& args) {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) return void(error_ = std::string("pipe: ") + strerror(errno));
-    std::vector<char*> argv = {const_cast<char*>(program.c_str())};
-    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    pid_t parent = getpid();
-    pid_ = fork();
-    if (pid_ == 0) {
-      // A server must not outlive a test program that crashed.
-      if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent) _exit(1);
-      dup2(fds[1], 1);  // the copy is not close-on-exec
-      execv(program.c_str(), argv.data());
-      _exit(127);
-    }
-    close(fds[1]);
-    std::string line;
-    struct pollfd p = {fds[0], POLLIN, 0};
-    char buf[64];
-    ssize_t got;
-    // The time-out guards against a server that hangs; it measures nothing.
-    while (line.find('\n') == std::string::npos && poll(&p, 1, 20000) == 1 && (got = read(fds[0], buf, sizeof buf)) > 0)
-      line.append(buf, static_cast<size_t>(got));
-    close(fds[0]);
-    if (pid_ < 0 || line != "ready\n") {
-      error_ = program + " did not report ready (see its messages above)";
-      end(SIGTERM);
-    }
-  }
-
-  pid_t pid_ = -1;
-  std::string error_;
-};
-
-// The test acquisition-module server, answering getternserverenv from the
-// NAME=VALUE pairs given here.
-class TestModuleServer : public ServerProcess {
- public:
-  explicit TestModuleServer(const std::vector<std::string>& env = {})
-      : ServerProcess(testProgramPath("ternserver_test_server"), env) {}
-};
-
 // A system number whose ingest program (INGEST_PROG + number) no other test
 // process running now uses.
 inline int testSystemNumber() { return 1000 + static_cast<int>(getpid() % 1000000); }
@@ -216,12 +146,63 @@ inline int testSystemNumber() { return 1000 + static_cast<int>(getpid() % 100000
 // Withdraws a program's version-1 registration (after a crash on purpose).
 inline void withdrawProgram(unsigned long prog) { rpcb_unset(static_cast<rpcprog_t>(prog), 1, nullptr); }
 
-// The ingest server's failure `mode` (lib/rpc/ingest_test_server.cc lists
-// them), registered as program prog.
-class FaultyServer : public ServerProcess {
+// One raw sample of chan holding `value`, as a live server sends it: the
+// time tag (milliseconds of the day, now), the channel, the length 4 and
+// the value, all big-endian.
+inline std::string nowSample(int chan, uint32_t value) {
+  struct timespec ts;
+  clock_gettime(CLOCK_REALTIME, &ts);
+  const uint32_t ms = static_cast<uint32_t>((ts.tv_sec % 86400) * 1000 + ts.tv_nsec / 1000000);
+  std::string s;
+  const auto put = [&s](uint32_t w) {
+    for (int shift = 24; shift >= 0; shift -= 8) s.push_back(static_cast<char>(w >> shift));
+  };
+  put(ms);
+  s += {static_cast<char>(chan), 4};
+  put(value);
+  return s;
+}
+
+// A server of the test's own on a thread of the test process, listening on
+// 127.0.0.1 and registered with the test's rpcbind as version 1 of `prog`.
+// Mode "env" is the module server's environment look-up (GETTERNSERVERENV),
+// answered from `env`: NAME=VALUE, or NAME:N for a value of N letters "x"
+// (a variable it does not have reads as ""; other procedures are refused).
+// The other modes answer every call badly (support/rpc_servers.cc lists
+// them).  The destructor withdraws the registration.
+class TestServer {
  public:
-  FaultyServer(unsigned long prog, const std::string& mode)
-      : ServerProcess(testProgramPath("ingest_test_server"), {std::to_string(prog), "--reply=" + mode}) {}
+  TestServer(unsigned long prog, const std::string& mode, const std::vector<std::string>& env = {});
+  ~TestServer();
+  TestServer(const TestServer&) = delete;
+  TestServer& operator=(const TestServer&) = delete;
+
+  bool ok() const { return error_.empty(); }
+  const std::string& error() const { return error_; }
+  // Stops serving and closes every connection, leaving the registration
+  // behind as a crash would.
+  void crash() { halt(); }
+
+ private:
+  bool halt();
+  void serve();
+
+  const unsigned long prog_;
+  const std::string mode_;
+  std::map<std::string, std::string> env_;
+  std::string error_;
+  int listen_ = -1, stop_ = -1;
+  std::thread thread_;
+};
+
+// The test acquisition-module server, answering getternserverenv.
+struct TestModuleServer : TestServer {
+  explicit TestModuleServer(const std::vector<std::string>& env = {}) : TestServer(kModuleServerProgram, "env", env) {}
+};
+
+// A server of program prog that fails in the way `mode` says.
+struct FaultyServer : TestServer {
+  FaultyServer(unsigned long prog, const std::string& mode) : TestServer(prog, mode) {}
 };
 
 }  // namespace heron_test

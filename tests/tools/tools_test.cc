@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/samples/sample_support.h"
 #include "support/scratch_site.h"
 #include "support/subprocess.h"
 
@@ -13,9 +14,7 @@ namespace {
 
 // One sample with a big-endian time tag.
 std::string sample(uint32_t tag, int chan, const std::string& data) {
-  const char head[6] = {static_cast<char>(tag >> 24), static_cast<char>(tag >> 16), static_cast<char>(tag >> 8),
-                        static_cast<char>(tag),       static_cast<char>(chan),      static_cast<char>(data.size())};
-  return std::string(head, 6) + data;
+  return sample_test::bytesOf({tag, static_cast<uint8_t>(chan), data});
 }
 
 // A wierd12 tag: seconds of the day above, milliseconds in the low 12 bits.

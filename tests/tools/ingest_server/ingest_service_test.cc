@@ -22,13 +22,7 @@
 
 namespace {
 
-struct sockaddr_in loopback(const char* address, unsigned short port) {
-  struct sockaddr_in a = {};
-  a.sin_family = AF_INET;
-  a.sin_port = htons(port);
-  inet_pton(AF_INET, address, &a.sin_addr);
-  return a;
-}
+using heron_test::loopback;
 
 bool_t xdrVoid(XDR*, void*) { return TRUE; }
 const struct timeval kPatience = {2, 0};  // a call held up by another caller fails
