@@ -30,12 +30,12 @@
 #include <vector>
 
 #include "Acquisition.h"
-#include "ArchiveWriter.h"
+#include "archive/ArchiveWriter.h"
 #include "IngestService.h"
 #include "base/Exception.h"
 #include "base/logit.h"
-#include "calconf/ArchiveConfig.h"
-#include "calconf/TernList.h"
+#include "archive/ArchiveConfig.h"
+#include "site/TernList.h"
 #include "port/opentty.h"
 #include "samples/StreamInputs.h"
 #include "site/AllowList.h"

@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "base/Exception.h"
-#include "calconf/ArchiveConfig.h"
+#include "archive/ArchiveConfig.h"
 #include "calconf/HeronDataIds.h"
 #include "calconf/ImpliedDataId.h"
 #include "calconf/SidList.h"
-#include "calconf/TernList.h"
+#include "site/TernList.h"
 #include "support/scratch_site.h"
 #include "support/thrown.h"
 
