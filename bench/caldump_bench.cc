@@ -22,8 +22,8 @@
 namespace {
 
 const int kSeconds = 3600;
-const double kValues = 141.0 * kSeconds;  // calibrated values in the hour
-const double kSamples = 71.0 * kSeconds;  // raw samples in the hour
+const double kValues = 256.0 * kSeconds;  // calibrated values in the hour
+const double kSamples = 92.0 * kSeconds;  // raw samples in the hour
 
 // CPU seconds of one run of argv with its output on /dev/null; -1 on failure.
 double cpuOf(const std::vector<std::string>& argv) {
@@ -77,7 +77,7 @@ int main(int argc, char** argv) {
   };
   const std::string raw = site.raw();
   const double rawText = best({argv[2], "-D", "2026 11 21", raw + "/tern1_20261121_120000.raw",
-                               raw + "/tern2_20261121_120000.raw"});
+                               raw + "/tern2_20261121_120000.raw", raw + "/tern3_20261121_120000.raw"});
   if (rawText < 0) return fprintf(stderr, "raw_dump failed\n"), 1;
   printf("%-22s %8s %14s\n", "an hour of the site", "CPU s", "values/s");
   printf("%-22s %8.3f %14.0f   (raw samples/s)\n", "raw_dump text", rawText, kSamples / rawText);

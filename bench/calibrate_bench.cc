@@ -1,5 +1,5 @@
 // The calibration pipeline on the example site scaled up to an hour of data
-// (two modules, 71 samples and 141 values a second), measured three ways in
+// (three modules, 92 samples and 256 values a second), measured three ways in
 // the same run over the same page-cached archive files:
 //
 //   BM_RawMerge       FilesRawDataInput + RawDataInputs alone
@@ -33,8 +33,8 @@ namespace {
 
 const double kStart = 1795262400.0;  // 2026-11-21 12:00 UTC, the example's start
 const int kSeconds = 3600;
-const long kSamples = 71L * kSeconds;   // per second: 61 of tern1, 10 of tern2
-const long kValues = 141L * kSeconds;   // as the generator's truth.txt counts them
+const long kSamples = 92L * kSeconds;   // per second: 61 of tern1, 10 of tern2, 21 of tern3
+const long kValues = 256L * kSeconds;   // as the generator's truth.txt counts them
 const int kRaw = 1, kCalibrated = 2;    // sample kinds in the stream
 
 CalConfig* config;  // made once: reading the site's files is not measured

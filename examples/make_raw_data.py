@@ -37,6 +37,18 @@ channels are 1-199, serial channels 0 and 200-255.
   tern2 200   gas analyser (serial_float_linear): four little-endian floats,
               CO2 mmol/m^3, H2O mmol/m^3, pressure kPa, temperature degC,
               10 Hz
+  tern3 0     Gill research sonic (sonic_gill): binary result message,
+              u, v, w and speed of sound in 0.01 m/s, checksum, 10 Hz
+  tern3 201   open-path CO2/H2O analyser (licor_7500): unlabelled tab-
+              separated record Ndx, DiagVal, CO2D, H2OD, Temp, Pres, 10 Hz
+  tern3 202   datalogger output array 101 (camp_cr10): battery volts,
+              panel and air temperature, humidity in low-resolution words,
+              pressure in a high-resolution word, 1 Hz
+
+tern3's values are rounded to what its instruments send (0.01 m/s, the
+analyser's printed digits, the logger words' resolutions), so that its
+truth is what a faultless decoder gives back; it has a generator of its
+own, so the other two modules' files do not change with it.
 """
 import argparse
 import math
@@ -125,6 +137,71 @@ def tern2(rng, truth):
     return b"".join(out)
 
 
+def gill(words):
+    """A Gill binary result message: start bytes, status, the words, and
+    the exclusive or of every byte after the start bytes."""
+    body = struct.pack(">BBhhhH", 0, 0, *words)
+    check = 0
+    for b in body:
+        check ^= b
+    return b"\xba\xba" + body + bytes([check])
+
+
+def fp2(x, decimals):
+    """A logger's low-resolution word: sign, decimal locator, 13-bit
+    magnitude (at most 6999)."""
+    mag = round(abs(x) * 10 ** decimals)
+    assert mag <= 6999
+    return struct.pack(">H", (x < 0) << 15 | decimals << 13 | mag)
+
+
+def fp4(x, decimals):
+    """A logger's high-resolution value: two words carrying the sign, the
+    decimal exponent (4G + 2H + A) and a 17-bit magnitude."""
+    mag = round(abs(x) * 10 ** decimals)
+    a, g, h = decimals & 1, decimals >> 2 & 1, decimals >> 1 & 1
+    first = a << 7 | (x < 0) << 6 | 0x1C | g << 1 | h
+    return bytes([first, mag >> 8 & 0xFF, 0x3C | mag >> 16 & 1, mag & 0xFF])
+
+
+def tern3(rng, truth):
+    records = []
+    for i in range(SECONDS * 10):
+        ms = START * 1000 + i * 100 + 60
+        t = i / 10.0
+        u = round(3.0 + 0.6 * math.sin(t / 4.0) + rng.gauss(0, 0.3), 2)
+        v = round(0.5 + 0.4 * math.cos(t / 6.0) + rng.gauss(0, 0.3), 2)
+        w = round(rng.gauss(0, 0.2), 2)
+        c = round(20.067 * math.sqrt(18.0 + 0.3 * math.sin(t / 5.0) + rng.gauss(0, 0.05) + 273.15), 2)
+        ts = (c / 20.067) ** 2 - 273.15
+        words = tuple(round(x * 100) for x in (u, v, w, c))
+        records.append((ms, 0, sample(ms, 0, gill(words))))
+        truth += [(ms, "u.gill", u), (ms, "v.gill", v), (ms, "w.gill", w), (ms, "tc.gill", ts),
+                  (ms, "diag.gill", 0.0)]
+        ms += 10
+        co2 = round(15.8 + 0.2 * math.sin(t / 7.0) + rng.gauss(0, 0.03), 4)
+        h2o = round(520.0 + 10.0 * math.cos(t / 8.0) + rng.gauss(0, 1.0), 3)
+        temp = round(18.2 + rng.gauss(0, 0.01), 3)
+        p = round(84.9 + rng.gauss(0, 0.01), 3)
+        line = "%d\t250\t%.4f\t%.3f\t%.3f\t%.3f\r\n" % (i + 1, co2, h2o, temp, p)
+        records.append((ms, 1, sample(ms, 201, line.encode())))
+        truth += [(ms, "co2.opath", co2), (ms, "h2o.opath", h2o), (ms, "t.opath", temp), (ms, "p.opath", p),
+                  (ms, "diag.opath", 250.0), (ms, "agc.opath", 10.0)]
+    for i in range(SECONDS):
+        ms = START * 1000 + i * 1000 + 80
+        batt = round(12.6 + rng.uniform(-0.05, 0.05), 2)
+        panel = round(21.0 + 0.1 * i / SECONDS, 2)
+        temp = round(18.0 + rng.gauss(0, 0.1), 2)
+        rh = round(55.0 + rng.gauss(0, 0.5), 1)
+        p = round(849.0 + rng.uniform(-0.5, 0.5), 2)
+        words = b"\xfc\x65" + fp2(batt, 2) + fp2(panel, 2) + fp2(temp, 2) + fp2(rh, 1) + fp4(p, 2)
+        records.append((ms, 2, sample(ms, 202, words)))
+        truth += [(ms, "batt.logger", batt), (ms, "panel.logger", panel), (ms, "t.logger", temp),
+                  (ms, "rh.logger", rh), (ms, "p.logger", p)]
+    records.sort()
+    return b"".join(r[2] for r in records)
+
+
 def main():
     global SECONDS, START
     parser = argparse.ArgumentParser(description="Writes the example site's raw-sample archives.")
@@ -144,7 +221,8 @@ def main():
     os.makedirs(out_dir, exist_ok=True)
     truth = []
     for name, data in (("tern1_%s.raw" % stamp, tern1(rng, truth)),
-                       ("tern2_%s.raw" % stamp, tern2(rng, truth))):
+                       ("tern2_%s.raw" % stamp, tern2(rng, truth)),
+                       ("tern3_%s.raw" % stamp, tern3(random.Random(20261122), truth))):
         with open(os.path.join(out_dir, name), "wb") as f:
             f.write(data)
         print("%s: %d bytes" % (name, len(data)))

@@ -14,6 +14,7 @@
 
 #include "RestartPolicy.h"
 #include "SerialIngestRunstring.h"
+#include "base/Reactor.h"
 
 // Built-in name of the module whose fast output sampling mode reads; a
 // build may set its own (-DSERIAL_INGEST_DEFAULT_TERN=\"name\").
@@ -57,9 +58,11 @@ class SerialIngest {
   int octout(TTy* tty);
   int hexout(TTy* tty);
 
+  // What SIGCHLD (reap the children), SIGHUP and SIGINT do; daemon mode's
+  // loop calls it for each of them it takes, between its steps.
   static void staticSignalHandler(int sig);
-  // Whether SIGINT has asked the supervisor to end (a C-callable test for
-  // the remote-procedure waits).
+  // Takes the signals that have come and says whether SIGINT has asked the
+  // supervisor to end (a C-callable test for the remote-procedure waits).
   static int interruptAsked();
   void signalHandler(int sig);
 
@@ -83,10 +86,19 @@ class SerialIngest {
   // Starts the "Ingest" process of one serial entry; false when its port
   // could not be opened or no process could be made.
   bool startChild(const struct IngestConfigEntry& entry, const ChildSetup& setup, RestartPolicy& policy);
-  // Lets the handlers run until one has (true) or `seconds` have passed
-  // (false; a negative value waits for a signal only), then notes the end of
-  // every child that the handlers found ended.
-  bool waitSignal(double seconds);
+  // The supervisor's steps, run by its loop (SerialIngestDaemon.cc): the
+  // start-up, a pass over the table, the scan of its entries and the start
+  // of one, a signal; after() sets the one timer for the next step and
+  // finish() ends the loop with daemonMode's result.
+  bool startDaemon();
+  void pass();
+  void scan();
+  void startNext();
+  void onSignal(int sig);
+  // Takes the signals that have come; true when one ended the supervisor.
+  bool interruptedNow();
+  void after(double seconds, void (SerialIngest::*step)());
+  void finish(int result);
 
   const char* _appname;
   SerialIngestRunstring _rstr;
@@ -96,8 +108,20 @@ class SerialIngest {
   std::map<std::string, int> _childProcs;
   std::string _project;
   std::string _ops;
-  sigset_t _waitMask;  // the signal mask while the supervisor waits
   std::map<std::string, RestartPolicy> _restarts;  // by station name
+
+  // Daemon mode's state between its steps.
+  static const int kRunning = 1;  // _result until finish()
+  heron::Reactor* _loop = nullptr;
+  ChildSetup _setup;
+  std::string _myname, _myShortName;  // this host's node name, and up to its first "."
+  int _result = kRunning;
+  bool _ask = true;       // the next pass asks the module server again
+  bool _midPass = false;  // a pass is under way (perhaps waiting to start a child)
+  bool _anything = false; // the pass has found an entry for this host
+  size_t _next = 0;       // the entry the pass looks at next
+  double _wake = -1;      // when a backed-off or failed start is due, -1: none
+  heron::Reactor::TimerId _timer = 0;  // the step set for later
 
   static SerialIngest* _instance;
 };

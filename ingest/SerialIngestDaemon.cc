@@ -4,7 +4,6 @@
 // reaps the children and sets the flags the passes act on.
 #include <errno.h>
 #include <limits.h>
-#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -13,7 +12,6 @@
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <syslog.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +20,8 @@
 
 #include "SerialIngest.h"
 #include "base/Exception.h"
+#include "base/Reactor.h"
+#include "base/clock.h"
 #include "base/logit.h"
 #include "detach.h"
 #include "port/opentty.h"
@@ -37,12 +37,6 @@ const double kRetrySeconds = 10;
 // The wait before every start: at most one port is started per second.
 const double kStartSpacing = 1;
 
-double monotonicNow() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);  // cannot fail with this clock
-  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
-}
-
 // Closes the descriptors from `from` to `to`, both included, in a child
 // about to execute a program.  Closing a descriptor that is not open is
 // harmless here, so the one-by-one fallback does not look at the results.
@@ -54,7 +48,11 @@ void closeFrom(int from, int to) {
 }
 }  // namespace
 
-int SerialIngest::interruptAsked() { return _instance != nullptr && _instance->_interrupt; }
+int SerialIngest::interruptAsked() {
+  if (_instance == nullptr || _instance->_loop == nullptr) return 0;
+  _instance->_loop->takeSignals();
+  return _instance->_interrupt;
+}
 
 void SerialIngest::staticSignalHandler(int sig) {
   if (SerialIngest* app = instance()) app->signalHandler(sig);
@@ -105,14 +103,16 @@ void SerialIngest::setEnvVar(const char* name, std::string& value) {
   }
 }
 
-int SerialIngest::daemonMode() {
+// Start-up up to the loop: the log, this host's names, the environment and
+// the priority.  False when daemon mode cannot go on.
+bool SerialIngest::startDaemon() {
   // Decided before anything else: a privileged copy must neither start the
   // caller's choice of "Ingest" nor let the logger open the console with
   // rights its caller lacks (the console is opened once they are gone).
   const bool privileged = privilegedCopy();
   if (privileged && setenv("PATH", kSystemPath, 1) < 0) {
     logit(LOG_ERR, "setenv(PATH): %m");
-    return -1;
+    return false;
   }
   const int logOptions = LOG_PID | LOG_CONS | LOG_NOWAIT;
   syslogit = 1;
@@ -126,144 +126,157 @@ int SerialIngest::daemonMode() {
   struct utsname un;
   if (uname(&un) < 0) {
     logit(LOG_ERR, "uname: %m");
-    return -1;
+    return false;
   }
-  const std::string myname(un.nodename);
-  const std::string myShortName = myname.substr(0, myname.find('.'));
-  if (setenv("INGEST_SERVER", myname.c_str(), 1) < 0) logit(LOG_ERR, "setenv(INGEST_SERVER): %m");
+  _myname = un.nodename;
+  _myShortName = _myname.substr(0, _myname.find('.'));
+  if (setenv("INGEST_SERVER", _myname.c_str(), 1) < 0) logit(LOG_ERR, "setenv(INGEST_SERVER): %m");
 
   // Before any site file is read or any child started.
-  ChildSetup setup;
-  if (!raisePriority(_appname, &setup.nice)) return -1;
+  if (!raisePriority(_appname, &_setup.nice)) return false;
   if (privileged) openlog(_appname, logOptions, LOG_LOCAL5);
   attachConsole();
+  return true;
+}
 
-  // The handlers run only while the supervisor waits: the three signals stay
-  // blocked everywhere else, so the child map and the system log are never
-  // used by a handler in the middle of the loop's own use of them.  Every
-  // step of a pass ends by letting pending signals in, and no wait lasts
-  // beyond the first signal, so SIGINT is answered at once in every state.
-  sigset_t handled;
-  sigemptyset(&handled);
-  sigaddset(&handled, SIGCHLD);
-  sigaddset(&handled, SIGINT);
-  sigaddset(&handled, SIGHUP);
-  if (sigprocmask(SIG_BLOCK, &handled, &_waitMask) < 0) {
+int SerialIngest::daemonMode() {
+  if (!startDaemon()) return -1;
+  // SIGCHLD, SIGINT and SIGHUP come in through the loop's signal descriptor
+  // and are handled between its steps, never in the middle of one, so the
+  // child map and the system log are never used by two hands at once.
+  // "Ingest" starts with the mask the supervisor was started with.
+  heron::Reactor loop;
+  if (sigprocmask(SIG_BLOCK, nullptr, &_setup.mask) < 0) {
     logit(LOG_ERR, "sigprocmask: %m");
     return -1;
   }
-  setup.mask = _waitMask;  // what "Ingest" starts with
-  sigdelset(&_waitMask, SIGCHLD);
-  sigdelset(&_waitMask, SIGINT);
-  sigdelset(&_waitMask, SIGHUP);
-  struct sigaction sa;
-  memset(&sa, 0, sizeof sa);
-  sa.sa_handler = staticSignalHandler;
-  sigemptyset(&sa.sa_mask);
-  for (int sig : {SIGCHLD, SIGINT, SIGHUP}) {
-    if (sigaction(sig, &sa, nullptr) < 0) {
-      logit(LOG_ERR, "sigaction(%s): %m", signame(sig));
-      return -1;
-    }
+  try {
+    for (int sig : {SIGCHLD, SIGINT, SIGHUP}) loop.addSignal(sig, [this](int s) { onSignal(s); });
+  } catch (const oru::Exception& e) {
+    logit(LOG_ERR, "%s", e.toString().c_str());
+    return -1;
   }
   // A server that drops a remote-procedure connection must not end the
   // supervisor through SIGPIPE; the failed call is reported instead.
   signal(SIGPIPE, SIG_IGN);
-  // The module server's calls wait under the same mask, and a SIGINT that
+  // The module server's calls watch the signals too, and a SIGINT that
   // arrives during one ends the call at once instead of when it times out.
-  rpc_wait_signals(&_waitMask, interruptAsked);
+  _loop = &loop;
+  rpc_wait_signals(loop.signalFd(), interruptAsked);
   // Nothing clears this: every pass re-reads ingest.conf, so a restart
   // always sees the current table.
   _reconfig = 1;
-
-  // The module server is asked on the first pass and on every pass after a
-  // signal; a pass that only a timer started (a start that came due) does
-  // not ask it again, so a failing port's retries repeat none of its messages.
-  bool ask = true;
-  // Lets pending signals in; true, with the table let go, when one asked the
-  // supervisor to end.
-  auto interrupted = [this, &ask] {
-    if (waitSignal(0)) ask = true;
-    if (!_interrupt) return false;
-    _cfg.reset();  // the children stay running
-    return true;
-  };
-  for (;;) {
-    if (_reconfig) {
-      if (ask) {
-        ask = false;
-        setEnvVar("PROJECT", _project);
-        if (interrupted()) return 0;
-        setEnvVar("OPS", _ops);
-        if (interrupted()) return 0;
-      }
-      _cfg.reset();
-      try {
-        _cfg.reset(new IngestConfig(_rstr.configFile));
-      } catch (const oru::Exception& e) {
-        logit(LOG_ERR, "%s", e.toString().c_str());
-        return -1;
-      }
-      if (interrupted()) return 0;
-    }
-
-    bool anything = false;
-    double wake = -1;  // when the next backed-off or failed start is due
-    for (const IngestConfigEntry& entry : _cfg->stns) {
-      if (entry.type != SERIALPORT) continue;
-      if (entry.ingestServer != "-" && entry.ingestServer != myname && entry.ingestServer != myShortName)
-        continue;
-      anything = true;
-      auto running = _childProcs.find(entry.stationName);
-      if (running != _childProcs.end() && running->second != 0) continue;
-      // A backed-off start waits for its time; the second before every start
-      // counts into that time.
-      RestartPolicy& policy = _restarts[entry.stationName];
-      double now = monotonicNow();
-      const double ready = policy.due() - kStartSpacing;
-      if (ready > now) {
-        wake = wake < 0 ? ready : std::min(wake, ready);
-        continue;
-      }
-      // At most one start per second, answering signals meanwhile.
-      for (const double until = now + kStartSpacing; (now = monotonicNow()) < until;) {
-        if (waitSignal(until - now)) ask = true;
-        if (interrupted()) return 0;
-      }
-      if (!startChild(entry, setup, policy)) {
-        const double retry = monotonicNow() + kRetrySeconds;
-        wake = wake < 0 ? retry : std::min(wake, retry);
-      }
-    }
-    if (!anything) {
-      logit(LOG_ERR, "%s on %s has nothing to do (no serial port entries in ingest.conf for me)", _appname,
-            myname.c_str());
-      _cfg.reset();
-      return 0;
-    }
-
-    // A signal handled during the pass calls for the next one at once.
-    if (!ask && waitSignal(wake < 0 ? -1 : std::max(0.0, wake - monotonicNow()))) ask = true;
-    if (interrupted()) return 0;
+  _ask = true;
+  _result = kRunning;
+  after(0, &SerialIngest::pass);
+  try {
+    loop.run();
+  } catch (const oru::Exception& e) {
+    logit(LOG_ERR, "%s", e.toString().c_str());
+    _result = -1;
   }
+  rpc_wait_signals(-1, nullptr);
+  _loop = nullptr;
+  return _result;
 }
 
-bool SerialIngest::waitSignal(double seconds) {
-  struct timespec limit;
-  limit.tv_sec = static_cast<time_t>(seconds);
-  limit.tv_nsec = static_cast<long>((seconds - static_cast<double>(limit.tv_sec)) * 1e9);
-  const int r = ppoll(nullptr, 0, seconds < 0 ? nullptr : &limit, &_waitMask);
-  const bool handled = r < 0 && errno == EINTR;
-  if (r < 0 && !handled) {
-    logit(LOG_ERR, "ppoll: %m");
-    sleep(1);
+// A pass: re-reads the table (asking the module server for PROJECT and OPS
+// on the first pass and after every signal, not after a timer alone, so a
+// failing port's retries repeat none of its messages), then scans it.
+void SerialIngest::pass() {
+  _midPass = true;
+  if (_reconfig) {
+    if (_ask) {
+      _ask = false;
+      setEnvVar("PROJECT", _project);
+      if (interruptedNow()) return;
+      setEnvVar("OPS", _ops);
+      if (interruptedNow()) return;
+    }
+    _cfg.reset();
+    try {
+      _cfg.reset(new IngestConfig(_rstr.configFile));
+    } catch (const oru::Exception& e) {
+      logit(LOG_ERR, "%s", e.toString().c_str());
+      return finish(-1);
+    }
+    if (interruptedNow()) return;
   }
-  const double now = monotonicNow();
+  _next = 0;
+  _anything = false;
+  _wake = -1;
+  scan();
+}
+
+// Looks at the entries from _next on: the first that is due a start gets
+// it a second later (at most one start per second); at the end of the
+// table the next pass is set for when a backed-off or failed start is due,
+// or at once when a signal came during the pass.
+void SerialIngest::scan() {
+  const double now = heron::monotonicSeconds();
+  for (; _next < _cfg->stns.size(); ++_next) {
+    const IngestConfigEntry& entry = _cfg->stns[_next];
+    if (entry.type != SERIALPORT ||
+        (entry.ingestServer != "-" && entry.ingestServer != _myname && entry.ingestServer != _myShortName))
+      continue;
+    _anything = true;
+    auto running = _childProcs.find(entry.stationName);
+    if (running != _childProcs.end() && running->second != 0) continue;
+    // A backed-off start waits for its time; the second before every start
+    // counts into that time.
+    const double ready = _restarts[entry.stationName].due() - kStartSpacing;
+    if (ready <= now) return after(kStartSpacing, &SerialIngest::startNext);
+    _wake = _wake < 0 ? ready : std::min(_wake, ready);
+  }
+  _midPass = false;
+  if (!_anything) {
+    logit(LOG_ERR, "%s on %s has nothing to do (no serial port entries in ingest.conf for me)", _appname,
+          _myname.c_str());
+    return finish(0);
+  }
+  if (_ask) after(0, &SerialIngest::pass);
+  else if (_wake >= 0) after(_wake - now, &SerialIngest::pass);
+}
+
+void SerialIngest::startNext() {
+  const IngestConfigEntry& entry = _cfg->stns[_next++];
+  if (!startChild(entry, _setup, _restarts[entry.stationName])) {
+    const double retry = heron::monotonicSeconds() + kRetrySeconds;
+    _wake = _wake < 0 ? retry : std::min(_wake, retry);
+  }
+  scan();
+}
+
+// A signal, through serial_ingest's own handler; then the end of every
+// child it found ended goes to the child's restart policy, and a pass
+// follows (at the end of the one under way, if any).
+void SerialIngest::onSignal(int sig) {
+  staticSignalHandler(sig);
+  const double now = heron::monotonicSeconds();
   for (const auto& child : _childProcs) {
     auto policy = _restarts.find(child.first);
     if (child.second == 0 && policy != _restarts.end() && policy->second.running()) policy->second.ended(now);
   }
-  return handled;
+  _ask = true;
+  if (_interrupt) return finish(0);  // the children stay running
+  if (!_midPass) after(0, &SerialIngest::pass);
+}
+
+bool SerialIngest::interruptedNow() {
+  _loop->takeSignals();
+  return _result != kRunning;
+}
+
+void SerialIngest::after(double seconds, void (SerialIngest::*step)()) {
+  _loop->cancelTimeout(_timer);
+  _timer = _loop->addTimeout(seconds, [this, step] { (this->*step)(); });
+}
+
+void SerialIngest::finish(int result) {
+  if (_result != kRunning) return;
+  _cfg.reset();
+  _result = result;
+  _loop->stop();
 }
 
 bool SerialIngest::startChild(const IngestConfigEntry& entry, const ChildSetup& setup, RestartPolicy& policy) {
@@ -272,7 +285,7 @@ bool SerialIngest::startChild(const IngestConfigEntry& entry, const ChildSetup& 
     tty = opentty(entry.portName, entry.lineSettings());
   } catch (const oru::IOException& e) {
     int count;
-    if (policy.failed(monotonicNow(), &count)) {
+    if (policy.failed(heron::monotonicSeconds(), &count)) {
       if (count == 0)
         logit(LOG_ERR, "%s", e.toString().c_str());
       else
@@ -312,6 +325,6 @@ bool SerialIngest::startChild(const IngestConfigEntry& entry, const ChildSetup& 
   tty.reset();  // the child has the port, and its lock, now
   setsid();     // no effect for the session leader; kept from the original start-up
   _childProcs[entry.stationName] = pid;
-  policy.started(monotonicNow());
+  policy.started(heron::monotonicSeconds());
   return true;
 }

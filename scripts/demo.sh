@@ -4,7 +4,8 @@
 # pseudo-terminal on which serial_ingest samples (after site_check has read
 # every site file); then the whole chain runs
 # live (playback, port, serial_ingest -z, Ingest, archive and a live client:
-# scripts/demo-chain.sh); then the site's archive is dumped in time order, a few of its variables are printed calibrated,
+# scripts/demo-chain.sh); then the site's archive is dumped in time order, a few of its variables are printed calibrated
+# (among them the third module's Gill sonic, open-path analyser and logger array),
 # and the start of the gas analyser's stream is
 # shown as the hexadecimal and octal debugging dumps see it on the line.
 set -eu
@@ -51,7 +52,7 @@ else
 fi
 echo
 
-echo "== raw_dump of both modules' archives, merged in time order (first 16 lines)"
+echo "== raw_dump of the three modules' archives, merged in time order (first 16 lines)"
 build/tools/raw_dump -D "2026 11 21" "$raw"/*.raw 2>/dev/null | sed -n '1,16p'
 echo
 # The first 300 bytes of a file: a dozen samples with their end-of-message bytes.
@@ -66,6 +67,12 @@ done
 echo "== cal_dump: the sonic's u and w, the barometer and the gas analyser's H2O,"
 echo "   calibrated, as CSV (first 10 lines)"
 build/tools/cal_dump/cal_dump -s "2026 11 21 12:00" -F CSV u.wind w.wind p.baro h2o.irga 2>/dev/null | sed -n '1,10p'
+echo
+echo "== cal_dump: tern3, a flux station of today's instruments: the Gill sonic's u"
+echo "   and sonic temperature, the open-path analyser's CO2 and H2O, and the"
+echo "   logger array's air temperature and pressure, calibrated (first 8 lines)"
+build/tools/cal_dump/cal_dump -s "2026 11 21 12:00" -F CSV u.gill tc.gill co2.opath h2o.opath t.logger p.logger \
+  2>/dev/null | sed -n '1,8p'
 echo
 echo "== cal_dump: ten-second means and the covariances of w with u, the sonic"
 echo "   temperature and the hygrometer's q (the eddy fluxes' moments; the"

@@ -87,13 +87,11 @@ double dayOf(double t) { return floor(t / 86400.0) * 86400.0; }
 long firstTagMs(const char* name) {
   int fd = open(name, O_RDONLY | O_CLOEXEC);
   if (fd < 0) return -1;
-  unsigned char head[RawSample::headLen];
+  char head[RawSample::headLen];
   ssize_t n = pread(fd, head, sizeof head, 0);
   close(fd);
   if (n != static_cast<ssize_t>(sizeof head)) return -1;
-  uint32_t tt;
-  memcpy(&tt, head, 4);
-  const long ms = RawDataInput::tt_to_msecs(static_cast<long>(tt));
+  const long ms = RawDataInput::tt_to_msecs(static_cast<long>(RawSample::tagAt(head)));
   return ms < 0 || ms >= 86400000L ? -1 : ms;
 }
 
@@ -263,7 +261,7 @@ int main(int argc, char** argv) {
 
   RawDataInputs merge;
   std::vector<int> widths(static_cast<size_t>(nfiles) * 256, -1);
-  long tossed = 0, printed = 0, cut = 0;
+  long printed = 0, cut = 0;
   int result = 0;
   try {
     for (int i = 0; i < nfiles; ++i) {
@@ -284,13 +282,8 @@ int main(int argc, char** argv) {
     char line[128 + RawSample::maxTextLen + 4096];
     for (;;) {
       double t;
-      RawSample* s = merge.getSample(t);
+      RawSample* s = merge.getTrustedSample(t, [&o](const RawSample& r) { return o.channels.test(r.chan); });
       if (s == nullptr) continue;  // only non-blocking inputs have none now
-      if (!o.channels.test(s->chan)) continue;
-      if (t == RawDataInput::BIGBANG) {
-        ++tossed;
-        continue;
-      }
       UTime(t).to_charstar(line, 96, o.fmt);
       size_t n = strlen(line);
       if (o.words == nullptr && !o.columns) {
@@ -316,10 +309,10 @@ int main(int argc, char** argv) {
     result = 1;
   }
   if (cut > 0) fprintf(stderr, "raw_dump: %ld samples had more values than their channel's columns and were cut\n", cut);
-  if (result == 0 && printed == 0 && tossed > 0) {
+  if (result == 0 && printed == 0 && merge.untrusted() > 0) {
     fprintf(stderr, "raw_dump: every sample was left out: no time tag could be trusted (is the time-tag type right? see -t)\n");
     result = 2;
   }
-  fprintf(stderr, "raw_dump: %ld samples with untrusted time tags left out\n", tossed);
+  fprintf(stderr, "raw_dump: %ld samples with untrusted time tags left out\n", merge.untrusted());
   return result;
 }

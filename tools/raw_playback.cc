@@ -31,6 +31,7 @@
 #include <vector>
 
 #include "base/Exception.h"
+#include "base/clock.h"
 #include "samples/Sample.h"
 #include "port/TTy.h"
 #include "base/logit.h"
@@ -61,12 +62,6 @@ const double kMinSpeed = 0.001, kMaxSpeed = 1e6, kMaxSeconds = 86400;
   exit_status_1();
 }
 
-double monotonicNow() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<double>(ts.tv_sec) + ts.tv_nsec * 1e-9;
-}
-
 void sleepUntil(double when) {
   struct timespec ts;
   ts.tv_sec = static_cast<time_t>(when);
@@ -76,7 +71,7 @@ void sleepUntil(double when) {
   }
 }
 
-void sleepSeconds(double s) { sleepUntil(monotonicNow() + s); }
+void sleepSeconds(double s) { sleepUntil(heron::monotonicSeconds() + s); }
 
 // The program on the other end of a pseudo-terminal, and its status once
 // it has ended.
@@ -166,7 +161,7 @@ long play(const Options& o, int fd) {
   const long maxGapMs = static_cast<long>(o.maxGap * 1000.0);
   long count = 0;
   long prevMs = -1;
-  double due = monotonicNow();
+  double due = heron::monotonicSeconds();
   try {
     for (;;) {
       if (in->readSample(&s) != 1) continue;
@@ -178,19 +173,15 @@ long play(const Options& o, int fd) {
           if (d > 0 && d <= maxGapMs) due += d / 1000.0 / o.speed;
         }
         prevMs = ms;
-        if (due > monotonicNow()) {
+        if (due > heron::monotonicSeconds()) {
           if (!out.empty() && !writeAll(fd, out.data(), out.size())) break;
           out.clear();
           sleepUntil(due);
         }
       }
-      const char* head = reinterpret_cast<const char*>(&s.tt);
-      out.insert(out.end(), head, head + 4);
-      out.push_back(static_cast<char>(s.chan));
-      out.push_back(static_cast<char>(s.len));
-      const char* d = s.data;
-      out.insert(out.end(), d, d + s.size());
-      out.push_back(kEOM);
+      const size_t at = out.size();
+      out.resize(at + RawSample::headLen + s.len + 1);
+      out[at + static_cast<size_t>(s.encode(&out[at]))] = kEOM;
       ++count;
       if (out.size() >= 60000) {
         if (!writeAll(fd, out.data(), out.size())) break;

@@ -9,11 +9,23 @@
 extern "C" {
 #endif
 
-// Flushes the standard streams and exits with status 1.
+// Flushes the standard streams and hands over to the ending installed, by
+// default exit(1).  An ending that returns is followed by exit(1).
 [[noreturn]] void exit_status_1(void);
 
 #ifdef __cplusplus
 }
+
+namespace heron {
+
+// What exit_status_1 does after the flush.  A test puts in one that throws,
+// so that a fault which would end the program can be checked in-process.
+using Ending = void (*)();
+
+// Installs an ending (null: the default exit(1)); returns the one replaced.
+Ending setEnding(Ending ending);
+
+}  // namespace heron
 #endif
 
 #endif

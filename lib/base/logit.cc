@@ -69,17 +69,10 @@ extern "C" void openlogit(const char* ident, int option, int facility, const cha
   }
 }
 
-extern "C" void logit(int priority, const char* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  if (!syslogit) {
-    std::string errtext = oru::Exception::errnoToString(errno);
-    std::string fmt = expandPercentM(format, errtext) + "\n";
-    vfprintf(stderr, fmt.c_str(), ap);
-    va_end(ap);
-    return;
-  }
-  int savedErrno = errno;  // the zone swap must not disturb "%m"
+namespace {
+// The system log's end: the message stamped in openlogit's zone, the caller's
+// zone put back afterwards.
+void toSystemLog(int priority, const std::string& text) {
   bool swapped = false;
   if (logitTZ) {
     const char* cur = getenv("TZ");
@@ -92,13 +85,61 @@ extern "C" void logit(int priority, const char* format, ...) {
       swapped = saveTZ != nullptr;
     }
   }
-  errno = savedErrno;
-  vsyslog(priority, format, ap);
-  va_end(ap);
+  syslog(priority, "%s", text.c_str());
   if (swapped) {
     putenv(saveTZ);
     tzset();
   }
+}
+
+void toStandardError(const std::string& text) { fputs((text + "\n").c_str(), stderr); }
+
+heron::LogEnds& ends() {
+  static heron::LogEnds installed{toSystemLog, toStandardError};
+  return installed;
+}
+
+// The message with "%m" as each end has always shown it: the system log names
+// error 0 "Success", standard error leaves it empty.
+std::string formatted(const char* format, va_list ap, int err) {
+  const std::string errtext = err == 0 && syslogit ? strerror(0) : oru::Exception::errnoToString(err);
+  const std::string fmt = expandPercentM(format, errtext);
+  va_list size;
+  va_copy(size, ap);
+  const int n = vsnprintf(nullptr, 0, fmt.c_str(), size);
+  va_end(size);
+  if (n < 0) return fmt;  // a conversion the C library refuses: the format itself still says what happened
+  std::string text(static_cast<size_t>(n) + 1, '\0');
+  vsnprintf(&text[0], text.size(), fmt.c_str(), ap);
+  text.resize(static_cast<size_t>(n));
+  return text;
+}
+}  // namespace
+
+void heron::logText(int priority, const std::string& text) {
+  const int savedErrno = errno;  // reporting a failure must not change what the caller reads of it
+  if (syslogit)
+    ends().systemLog(priority, text);
+  else
+    ends().standardError(text);
+  errno = savedErrno;
+}
+
+heron::LogEnds heron::setLogEnds(LogEnds next) {
+  LogEnds replaced = ends();
+  ends().systemLog = next.systemLog ? std::move(next.systemLog) : toSystemLog;
+  ends().standardError = next.standardError ? std::move(next.standardError) : toStandardError;
+  return replaced;
+}
+
+extern "C" void logit(int priority, const char* format, ...) {
+  const int err = errno;
+  va_list ap;
+  va_start(ap, format);
+  const std::string text = formatted(format, ap, err);
+  va_end(ap);
+  errno = err;
+  heron::logText(priority, text);
 }
 
 extern "C" const char* signame(int sig) {

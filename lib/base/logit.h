@@ -1,5 +1,7 @@
-// Reporting for the ingest programs: to the system log once openlogit has been
-// called (daemon mode), to standard error otherwise.  "%m" works in both forms.
+// Reporting for the programs and the library: to the system log once
+// openlogit has been called (daemon mode), to standard error otherwise.  "%m"
+// works in both forms.  Every message the library writes goes this way, so a
+// daemon's library messages reach its log and a tool's reach its user.
 #ifndef HERON_LOGIT_H
 #define HERON_LOGIT_H
 
@@ -27,6 +29,31 @@ const char* signame(int sig);
 
 #ifdef __cplusplus
 }
+
+#include <functional>
+#include <string>
+
+namespace heron {
+
+// One message whose text is already made, routed as logit routes it; the text
+// carries no line end.  For library code that builds a message in parts.
+void logText(int priority, const std::string& text);
+
+// The two places a message can end: the system log, with its priority, and
+// standard error.  Each is handed one whole message, "%m" expanded, without a
+// line end.  The defaults are syslog (in openlogit's zone) and standard error
+// with a newline added.
+struct LogEnds {
+  std::function<void(int priority, const std::string& text)> systemLog;
+  std::function<void(const std::string& text)> standardError;
+};
+
+// Puts other ends in place, so that a test can read the messages in memory;
+// an empty member puts that end's default back.  Returns the ends replaced.
+// Not for use while other threads may report.
+LogEnds setLogEnds(LogEnds ends);
+
+}  // namespace heron
 #endif
 
 #endif

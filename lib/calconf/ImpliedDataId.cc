@@ -7,13 +7,15 @@
 
 #include <new>
 
+#include "base/logit.h"
+
 const char* const ImpliedDataId::_BRE = "^volts\\.\\([[:digit:]]\\{1,3\\}\\)\\.\\([[:alpha:]][[:alnum:]]*\\)";
 
 namespace {
 void report(int err, const regex_t* re) {
   char text[64];
   regerror(err, re, text, sizeof text);
-  fprintf(stderr, "%s: %s\n", text, ImpliedDataId::_BRE);
+  logit(LOG_ERR, "%s: %s", text, ImpliedDataId::_BRE);
 }
 
 // The compiled expression, compiled on first use; null when it failed.

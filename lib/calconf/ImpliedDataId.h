@@ -7,7 +7,7 @@
 class ImpliedDataId {
  public:
   // Matches name against _BRE.  A failure of the regular-expression library
-  // is written to standard error as "<reason>: <expression>".
+  // is reported through logit as "<reason>: <expression>".
   explicit ImpliedDataId(const char* name);
   ~ImpliedDataId();
   ImpliedDataId(const ImpliedDataId&) = delete;

@@ -7,6 +7,7 @@
 
 #include "base/Exception.h"
 #include "base/fatal.h"
+#include "base/logit.h"
 #include "samples/RawDataInputs.h"
 
 namespace {
@@ -42,7 +43,7 @@ HeronDataId* CalConfig::RegisterDataIdByName(const char* didName, ChannelConfig*
     if (!sep->index_didname.empty()) {
       // A multiplexed sensor lists the parameters of every value in turn.
       if (sep->n_calib_params() % cc->nsub != 0) {
-        fprintf(stderr, "Incorrect number of calibration parameters (%d) for %s\n", sep->n_calib_params(),
+        logit(LOG_ERR, "Incorrect number of calibration parameters (%d) for %s", sep->n_calib_params(),
                 sep->root_name.c_str());
         exit_status_1();
       }

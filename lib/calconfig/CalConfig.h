@@ -9,7 +9,7 @@
 // configurations (nextTaggedSample) for calibrate() (CalSample.h).
 //
 // An unknown variable or module throws BadConfigurationException; a broken
-// calibration setup is written to standard error and ends the process with
+// calibration setup is reported through logit and ends the process with
 // status 1 (ChannelConfig.h, and "Incorrect number of calibration
 // parameters (<n>) for <root>" for a multiplexed sensor whose parameters do
 // not divide among its values).

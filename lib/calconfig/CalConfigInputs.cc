@@ -55,9 +55,8 @@ int CalConfig::nextTaggedSample(SampleStream<TaggedSampleBase>& stream) {
   const int raw = type(static_cast<TaggedRawSample*>(nullptr));
   for (;;) {
     double t;
-    const RawSample* s = _inputs->getSample(t);
+    const RawSample* s = _inputs->getTrustedSample(t);
     if (!s) return 0;
-    if (t == RawDataInput::BIGBANG) continue;  // its time cannot be trusted
     const size_t tern = static_cast<size_t>(s->ternIndex);
     if (tern >= sidMatrix.size()) continue;
     const auto& channels = sidMatrix[tern];

@@ -4,11 +4,12 @@
 #include <string.h>
 
 #include "base/fatal.h"
+#include "base/logit.h"
 
 namespace {
 
 [[noreturn]] void fail(const char* what, const std::string& name) {
-  fprintf(stderr, "%s%s\n", what, name.c_str());
+  logit(LOG_ERR, "%s%s", what, name.c_str());
   exit_status_1();
 }
 

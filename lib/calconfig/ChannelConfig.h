@@ -26,8 +26,8 @@ class ChannelConfig {
   static const int ADDRANGE = 65536;
 
   // The configuration of sensor sep.  A calibration name without a
-  // function or an init function, or a data id missing from dp, is written
-  // to standard error and ends the process with status 1:
+  // function or an init function, or a data id missing from dp, is reported
+  // through logit and ends the process with status 1:
   //   Can't find calibration function named <name>
   //   Can't find initialization function for <name>
   //   Can't find did index in did.config for <did>

@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "base/logit.h"
 #include "calib/cal_parse.h"
 extern "C" {
 #include "calib/calfile_parser.h"
@@ -82,10 +83,9 @@ extern "C" int cal_parse_record(struct cal_parse* st, double t) {
     if (keepFault(st, "a time and " + std::to_string(n) + " values, where the first record has " +
                           std::to_string(cal->ndata)))
       return 1;
-    fprintf(stderr, "Inconsistant number of calibration parameters in file %s\n",
-            cal->cal_file_name);
-    fprintf(stderr, "First record contained time + %d data elements\n", cal->ndata);
-    fprintf(stderr, "Current record contains time + %d data elements\n", n);
+    logit(LOG_ERR, "Inconsistant number of calibration parameters in file %s", cal->cal_file_name);
+    logit(LOG_ERR, "First record contained time + %d data elements", cal->ndata);
+    logit(LOG_ERR, "Current record contains time + %d data elements", n);
     return 1;
   }
   if (static_cast<size_t>(cal->nrecords) == st->time_cap) {
@@ -126,8 +126,7 @@ extern "C" double cal_parse_hhmmss(double v) {
 
 extern "C" void cal_parse_error(struct cal_parse* st, const char* what) {
   if (keepFault(st, what)) return;
-  fprintf(stderr, "%s in line %d of calibration file: %s\n", what, st->line,
-          st->cal->cal_file_name);
+  logit(LOG_ERR, "%s in line %d of calibration file: %s", what, st->line, st->cal->cal_file_name);
 }
 
 extern "C" const char* cal_parse_text(const char* msg) {
@@ -138,8 +137,7 @@ extern "C" const char* cal_parse_text(const char* msg) {
 extern "C" char* cal_parse_string(const char* text, size_t len) {
   char* s = static_cast<char*>(malloc(len + 1));
   if (!s) {
-    fprintf(stderr, "unable to malloc space in alloc_string() for %.*s\n", static_cast<int>(len),
-            text);
+    logit(LOG_ERR, "unable to malloc space in alloc_string() for %.*s", static_cast<int>(len), text);
     exit_status_1();
   }
   memcpy(s, text, len);
@@ -151,7 +149,7 @@ extern "C" void cal_parse_bad_char(struct cal_parse* st, unsigned char c) {
   char text[64];
   snprintf(text, sizeof text, "unrecognized character '\\%03o'", c);
   if (keepFault(st, text)) return;
-  fprintf(stderr, "Unrecognized character, '%c' ('\\%#o'), at line %d\n", c, c, st->line);
+  logit(LOG_ERR, "Unrecognized character, '%c' ('\\%#o'), at line %d", c, c, st->line);
 }
 
 extern "C" void free_cal_file(calib_struct* cal) {
@@ -189,7 +187,7 @@ int parseStream(FILE* fp, const char* name, calib_struct** result, struct cal_pa
   *result = nullptr;
   calib_struct* cal = static_cast<calib_struct*>(calloc(1, sizeof(calib_struct)));
   if (!cal) {
-    perror("allocating calib struct");
+    logit(LOG_ERR, "allocating calib struct: %m");
     return -1;
   }
   cal->cal_file_name = strdup(name);
@@ -239,9 +237,9 @@ extern "C" FILE* open_cal_file(const char* name) {
   if (!fp) {
     // A missing HERON or PROJECT fails without a system error.
     if (errno != 0)
-      perror(name);
+      logit(LOG_ERR, "%s: %m", name);
     else
-      fprintf(stderr, "%s: cannot be opened\n", name);
+      logit(LOG_ERR, "%s: cannot be opened", name);
   }
   return fp;
 }

@@ -27,8 +27,8 @@ FILE* open_cal_file(const char* name);
 
 // Opens name through heron_cal_fopen and parses it whole.  An unopenable file
 // prints the system error prefixed by name and gives null.  A syntax error or
-// a record whose value count differs from the first record's is reported on
-// standard error and ends the process with status 1.
+// a record whose value count differs from the first record's is reported
+// through logit and ends the process with status 1.
 calib_struct* read_cal_file(const char* name);
 
 // Parses an open stream in the loaded form; name is used in messages.  On

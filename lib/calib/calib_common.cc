@@ -1,22 +1,32 @@
 #include "calib/calib_common.h"
 #include "base/fatal.h"
+#include "base/logit.h"
 
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <string>
+
 void calib_init_fail(const char* module, const char* format, ...) {
-  fprintf(stderr, "Error: %s calibration function error\n", module);
+  logit(LOG_ERR, "Error: %s calibration function error", module);
   va_list ap;
   va_start(ap, format);
-  vfprintf(stderr, format, ap);
+  char* line = nullptr;
+  const bool made = vasprintf(&line, format, ap) >= 0;
   va_end(ap);
-  fflush(stderr);
+  std::string text = format;  // should the text not be made, the format still says what is wrong
+  if (made) {
+    text = line;
+    free(line);
+  }
+  if (!text.empty() && text.back() == '\n') text.pop_back();  // the report's own line end
+  heron::logText(LOG_ERR, text);
   exit_status_1();
 }
 
 void calib_alloc_fail(const char* what) {
-  perror(what);
+  logit(LOG_ERR, "%s: %m", what);
   exit_status_1();
 }
 

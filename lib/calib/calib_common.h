@@ -34,8 +34,8 @@ inline int64_t calib_days_from_civil(int64_t y, int64_t m, int64_t d) {
 constexpr int CALIB_RECORD_ROOM = 256;
 
 // Reports a configuration fault of a module's init function:
-// "Error: <module> calibration function error", then the formatted line, on
-// standard error, and exits with status 1.
+// "Error: <module> calibration function error", then the formatted line (its
+// line end is the report's own), through logit, and exits with status 1.
 [[noreturn]] void calib_init_fail(const char* module, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 

@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/logit.h"
 #include "calib/conversions.h"
 #include "base/fatal.h"
 
@@ -28,7 +29,7 @@ extern "C" const calib_entry function_list[] = {
 namespace {
 
 [[noreturn]] void fail_alloc() {
-  perror("calib_func.c");
+  logit(LOG_ERR, "calib_func.c: %m");
   exit_status_1();
 }
 

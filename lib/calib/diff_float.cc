@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "base/logit.h"
 #include "calib/calib_common.h"
 #include "calib/conversions.h"
 #include "base/flop_convert.h"
@@ -32,7 +33,7 @@ extern "C" int diff_float(double*, calib_input in, float* out, int ichan) {
 // minus float j of pair i.
 extern "C" CalibInfo* diff_float_init(int ichan, int nchan, void** params, int nparam, int nout) {
   if (nparam <= 0 || nparam % 2 != 0) {
-    fprintf(stderr, "Wrong number of parameters for diff cal function\n");
+    logit(LOG_ERR, "Wrong number of parameters for diff cal function");
     exit_status_1();
   }
   std::vector<int> pairs;

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "calib/decimal.h"
 #include "calib/calib_common.h"
 #include "calib/conversions.h"
 
@@ -32,7 +33,7 @@ UseTable<Use> uses;
 
 double number(const char* p, const char* stops) {
   char* end;
-  const double v = strtod(p, &end);
+  const double v = heron::decimal_strtod(p, &end);
   return end != p && isfinite(v) && (*end == '\0' || strchr(stops, *end)) ? v : CALIB_MISSING;
 }
 

@@ -11,6 +11,7 @@
 
 #include <vector>
 
+#include "base/logit.h"
 #include "calib/calib_common.h"
 #include "calib/conversions.h"
 #include "base/fatal.h"
@@ -49,7 +50,7 @@ int convert(Use& u, double* time, calib_input in, float* out) {
 CalibInfo* init(const char* module, const char* version, UseTable<Use>& uses, int ichan, int nchan, void** params,
                 int nparam, int nout) {
   if (nparam <= 0 || nparam % 4 != 0) {
-    fprintf(stderr, "Illegal number of parameters(%d) to %s, should be multiple of 4\n", nparam, module);
+    logit(LOG_ERR, "Illegal number of parameters(%d) to %s, should be multiple of 4", nparam, module);
     exit_status_1();
   }
   const int ngroups = nparam / 4;

@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "calib/decimal.h"
+
 namespace {
 int hex(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -19,21 +21,35 @@ bool nmea_parse(const char* raw, const char* name, NmeaSentence* s) {
   char* p = strchr(s->text, '$');
   if (!p || strlen(p) < 7 || strncmp(p + 3, name, 3) != 0 || p[6] != ',') return false;
   ++p;
-  char* star = strchr(p, '*');
-  if (star) {
-    unsigned char x = 0;
-    for (const char* q = p; q < star; ++q) x ^= static_cast<unsigned char>(*q);
-    const int hi = hex(star[1]), lo = hi < 0 ? -1 : hex(star[2]);
-    if (lo < 0 || (hi << 4 | lo) != x) return false;
-    *star = '\0';
-  } else {
-    p[strcspn(p, "\r\n")] = '\0';
+  // One pass to the '*' (or the text's end): the checksum, the fields'
+  // commas, and the line's end, where a sentence without a checksum stops.
+  char* comma[NmeaSentence::kMaxFields];
+  int ncomma = 0;
+  char* eol = nullptr;
+  unsigned char x = 0;
+  char* q = p;
+  for (; *q != '\0' && *q != '*'; ++q) {
+    x ^= static_cast<unsigned char>(*q);
+    if (*q == ',' && ncomma < NmeaSentence::kMaxFields)
+      comma[ncomma++] = q;
+    else if ((*q == '\r' || *q == '\n') && !eol)
+      eol = q;
   }
-  s->nfields = 0;
-  for (char* f = p; f && s->nfields < NmeaSentence::kMaxFields;) {
-    s->field[s->nfields++] = f;
-    f = strchr(f, ',');
-    if (f) *f++ = '\0';
+  if (*q == '*') {
+    const int hi = hex(q[1]), lo = hi < 0 ? -1 : hex(q[2]);
+    if (lo < 0 || (hi << 4 | lo) != x) return false;
+    *q = '\0';
+    eol = nullptr;  // the checked text runs to the '*', line ends and all
+  } else if (eol) {
+    *eol = '\0';
+  }
+  // Fields end at their commas; the last field a sentence can have ends at
+  // its comma too, and what follows is not read.
+  s->nfields = 1;
+  s->field[0] = p;
+  for (int i = 0; i < ncomma && (!eol || comma[i] < eol); ++i) {
+    *comma[i] = '\0';
+    if (s->nfields < NmeaSentence::kMaxFields) s->field[s->nfields++] = comma[i] + 1;
   }
   return true;
 }
@@ -41,7 +57,7 @@ bool nmea_parse(const char* raw, const char* name, NmeaSentence* s) {
 double nmea_number(const NmeaSentence& s, int i) {
   if (i >= s.nfields || s.field[i][0] == '\0') return CALIB_MISSING;
   char* end;
-  const double v = strtod(s.field[i], &end);
+  const double v = heron::decimal_strtod(s.field[i], &end);
   return *end == '\0' && isfinite(v) ? v : CALIB_MISSING;
 }
 
@@ -49,7 +65,7 @@ double nmea_degrees(const NmeaSentence& s, int i) {
   const double v = nmea_number(s, i);
   if (v >= CALIB_MISSING_TEST || v < 0 || i + 1 >= s.nfields) return CALIB_MISSING;
   const char h = s.field[i + 1][0];
-  if (!strchr("NSEW", h) || h == '\0' || s.field[i + 1][1] != '\0') return CALIB_MISSING;
+  if ((h != 'N' && h != 'S' && h != 'E' && h != 'W') || s.field[i + 1][1] != '\0') return CALIB_MISSING;
   const double deg = floor(v / 100.0), min = v - 100.0 * deg;
   if (min >= 60.0) return CALIB_MISSING;
   const double d = deg + min / 60.0;

@@ -12,6 +12,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "calib/decimal.h"
 #include "calib/calib_common.h"
 #include "calib/conversions.h"
 
@@ -29,6 +30,21 @@ bool numeric(const char* tok) {
   const auto digit = [](char c) { return isdigit(static_cast<unsigned char>(c)) != 0; };
   return digit(tok[0]) || (strchr("+-.", tok[0]) && (digit(tok[1]) || tok[1] == '.'));
 }
+
+bool blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// The next blank-separated token from *p, cut in place, or null at the
+// text's end (strtok_r's reading, without its cost).
+char* token(char** p) {
+  char* t = *p;
+  while (blank(*t)) ++t;
+  if (*t == '\0') return nullptr;
+  char* e = t;
+  while (*e != '\0' && !blank(*e)) ++e;
+  if (*e != '\0') *e++ = '\0';
+  *p = e;
+  return t;
+}
 }  // namespace
 
 extern "C" int rain_sti700(double*, calib_input in, float* out, int ichan) {
@@ -37,17 +53,17 @@ extern "C" int rain_sti700(double*, calib_input in, float* out, int ichan) {
   char text[CALIB_RECORD_ROOM + 1];
   memcpy(text, in.raw, CALIB_RECORD_ROOM);
   text[CALIB_RECORD_ROOM] = '\0';
-  char* save = nullptr;
-  char* tok = strtok_r(text, " \t\r\n", &save);
+  char* rest = text;
+  char* tok = token(&rest);
   if (tok && !numeric(tok)) {
     if (strcmp(tok, "ER") == 0) return 0;  // the gauge reports an error
-    tok = strtok_r(nullptr, " \t\r\n", &save);
+    tok = token(&rest);
   }
-  for (int f = 0; tok && f < kMaxFields; ++f, tok = strtok_r(nullptr, " \t\r\n", &save))
+  for (int f = 0; tok && f < kMaxFields; ++f, tok = token(&rest))
     for (int k = 0; k < u.nout; ++k)
       if (u.field[k] == f) {
         char* end;
-        const double v = strtod(tok, &end);
+        const double v = heron::decimal_strtod(tok, &end);
         if (*end == '\0' && end != tok && isfinite(v)) out[k] = static_cast<float>(v);
       }
   return 0;

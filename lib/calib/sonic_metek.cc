@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "calib/decimal.h"
 #include "calib/conversions.h"
 #include "calib/sonic_common.h"
 
@@ -29,7 +30,7 @@ float labelled(const char* text, char label) {
     while (*q == ' ') ++q;
     if (*q != '=') continue;
     char* end;
-    const double v = strtod(q + 1, &end);
+    const double v = heron::decimal_strtod(q + 1, &end);
     if (end != q + 1 && isfinite(v) && (*end == ' ' || *end == '\0' || *end == '\r' || *end == '\n')) return static_cast<float>(v);
   }
   return CALIB_MISSING;

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "base/Exception.h"
+#include "base/logit.h"
 #include "port/LineSettings.h"
 
 namespace {
@@ -54,14 +55,14 @@ int TTy::open(int mode, int baud, const char* parity, int charsize, int stopb, i
 void TTy::set_usual(int baud, const char* parity, int charsize, int stopb, int local) {
   speed_t code;
   if (!baudCode(baud, &code)) {
-    fprintf(stderr, "Warning: unknown baud rate: %d\n", baud);
+    logit(LOG_WARNING, "Warning: unknown baud rate: %d", baud);
     code = B0;
   }
   tcflag_t& c = _tio.c_cflag;
   c = (c & ~(CBAUD | CBAUDEX)) | code;
 
   if (!knownParity(parity)) {
-    fprintf(stderr, "Warning: unknown parity: %s\n", parity);
+    logit(LOG_WARNING, "Warning: unknown parity: %s", parity);
     c &= ~PARENB;
   } else if (strcmp(parity, "none") == 0) {
     c &= ~PARENB;

@@ -32,7 +32,7 @@ class TTy {
 
   // Speed, parity, character size, stop bits, CREAD and CLOCAL in the control
   // word, then writes the working copy to the device.  Unknown rates and
-  // parities are warned about on standard error and replaced.
+  // parities are warned about through logit and replaced.
   void set_usual(int baud, const char* parity, int charsize, int stopb, int local);
 
   // The working copy's words; changes reach the device at setflags().

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "base/Exception.h"
+#include "base/logit.h"
 
 namespace {
 // The process that took the lock on the port open on fd, from the kernel's
@@ -51,7 +52,7 @@ std::unique_ptr<TTy> opentty(const std::string& name, const LineSettings& line) 
   std::unique_ptr<TTy> tty(new TTy(name.c_str()));
   // Non-blocking, so the open does not wait for carrier.
   tty->open(O_RDWR | O_NOCTTY | O_NONBLOCK);
-  fprintf(stderr, "Opened: %s\n", name.c_str());
+  logit(LOG_INFO, "Opened: %s", name.c_str());
   tty->setblocking();
   if (tty->LKfileExists())
     throw oru::IOException(name, "lock", std::string("file ") + tty->LKfile() + " exists. Is tip running?");

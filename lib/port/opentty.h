@@ -2,7 +2,7 @@
 // line settings, raw input and output without echo or signal characters,
 // the modem lines lowered on last close, the requested flow control, and
 // reads that wait for 128 bytes with no inter-byte timer.  Writes
-// "Opened: <device>" to standard error once the device is open.  The port
+// "Opened: <device>" through logit once the device is open.  The port
 // is locked (flock, exclusive) for as long as its descriptor stays open in
 // this process or a child; a port locked by another program raises
 // "<device>: lock: port in use: locked by process <pid>" (or "port in use by

@@ -15,7 +15,7 @@
 #include "rpc/ingest_client.h"
 #include "rpc/ingest_rpc_client.h"
 #include "base/logit.h"
-#include "rpc/rpc_wait.h"
+#include "base/clock.h"
 
 namespace {
 // Our own host name as the server should connect back to it: the canonical
@@ -60,9 +60,9 @@ std::vector<in_addr_t> hostAddresses(const char* host) {
 // in time).  Only a connection from one of the server's addresses is taken:
 // anyone else who finds the port is hung up on, and the wait goes on.
 int acceptConnectBack(int listenfd, const std::vector<in_addr_t>& server) {
-  long long deadline = rpc_monotonic_ms() + INGEST_CONNECT_BACK_SECS * 1000LL;
+  long long deadline = heron::monotonicMs() + INGEST_CONNECT_BACK_SECS * 1000LL;
   for (;;) {
-    long long left = deadline - rpc_monotonic_ms();
+    long long left = deadline - heron::monotonicMs();
     if (left <= 0) {
       errno = ETIMEDOUT;
       return -1;

@@ -12,6 +12,7 @@
 #include <new>
 #include <string>
 
+#include "base/clock.h"
 #include "rpc/rpc_wait.h"
 
 namespace {
@@ -19,7 +20,7 @@ struct Deadline {
   long long at;
   // Milliseconds left, rounded up; 0 once the deadline has passed.
   int left() const {
-    const long long ms = at - rpc_monotonic_ms();
+    const long long ms = at - heron::monotonicMs();
     return ms <= 0 ? 0 : static_cast<int>(ms > 3600000 ? 3600000 : ms);
   }
 };
@@ -176,7 +177,7 @@ enum clnt_stat callDeadline(CLIENT* clnt, rpcproc_t proc, xdrproc_t xargs, void*
   DeadlineClient* c = self(clnt);
   memset(&c->err, 0, sizeof c->err);
   if (c->outOfStep) return fail(c, RPC_CANTSEND, ENOTCONN);
-  const Deadline d = {rpc_monotonic_ms() + c->waitMillis};
+  const Deadline d = {heron::monotonicMs() + c->waitMillis};
   ++c->xid;
   enum clnt_stat st = sendCall(c, proc, xargs, args, d);
   std::string rec;

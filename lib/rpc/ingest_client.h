@@ -62,13 +62,21 @@ int reset_ingest_connection(const char* kites_name, int kites_number, const char
 // Releases a handle's memory (not its socket).  NULL is allowed.
 void free_ingest_connect(ingest_connect* igp);
 
-// Prints the message of an error code on standard error, naming the
-// acquisition system `tern` and the ingest host `server`.  Codes outside
-// -8..-1 print nothing.
+// Reports the message of an error code through logit at priority 3 (on
+// standard error in a tool), naming the acquisition system `tern` and the
+// ingest host `server`.  Codes outside -8..-1 report nothing.
 void ingest_perror(const char* tern, const char* server, int ingest_error);
 
 #ifdef __cplusplus
 }
+
+#include <string>
+
+namespace heron {
+// The text ingest_perror reports, without a line end: "" for codes outside
+// -8..-1; for -1 the system error is read from errno.
+std::string ingest_errtext(const char* tern, const char* server, int ingest_error);
+}  // namespace heron
 #endif
 
 #endif

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "rpc/deadline_client.h"
+#include "base/clock.h"
 #include "rpc/rpc_wait.h"
 
 namespace {
@@ -39,9 +40,9 @@ int connectTimed(const struct sockaddr_in& addr, const struct timeval* timeout) 
   int err = 0;
   if (connect(fd, reinterpret_cast<const struct sockaddr*>(&addr), sizeof addr) != 0) {
     err = errno;
-    long long deadline = rpc_monotonic_ms() + timeoutMillis(timeout);
+    long long deadline = heron::monotonicMs() + timeoutMillis(timeout);
     while (err == EINPROGRESS || err == EINTR) {
-      long long left = deadline - rpc_monotonic_ms();
+      long long left = deadline - heron::monotonicMs();
       if (left <= 0) {
         err = ETIMEDOUT;
         break;

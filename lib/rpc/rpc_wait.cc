@@ -1,31 +1,26 @@
 #include "rpc/rpc_wait.h"
 
 #include <errno.h>
-#include <time.h>
 
 namespace {
-bool haveMask = false;
-sigset_t waitMask;
+int signalFd = -1;
 int (*stopAsked)(void) = nullptr;
 }  // namespace
 
-void rpc_wait_signals(const sigset_t* mask, int (*stop)(void)) {
-  haveMask = mask != nullptr;
-  if (haveMask) waitMask = *mask;
-  stopAsked = haveMask ? stop : nullptr;
+void rpc_wait_signals(int fd, int (*stop)(void)) {
+  signalFd = stop != nullptr ? fd : -1;
+  stopAsked = stop;
 }
 
 int rpc_wait(struct pollfd* p, int ms, int* stopped) {
   *stopped = 0;
-  if (!haveMask) return poll(p, 1, ms);
-  const struct timespec limit = {ms / 1000, (ms % 1000) * 1000000L};
-  const int n = ppoll(p, 1, &limit, &waitMask);
-  if (n < 0 && errno == EINTR && stopAsked != nullptr && stopAsked()) *stopped = 1;
-  return n;
-}
-
-long long rpc_monotonic_ms(void) {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);  // cannot fail with this clock
-  return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+  if (signalFd < 0) return poll(p, 1, ms);
+  struct pollfd both[2] = {*p, {signalFd, POLLIN, 0}};
+  const int n = poll(both, 2, ms);
+  p->revents = both[0].revents;
+  if (n <= 0 || both[1].revents == 0) return n;
+  *stopped = stopAsked() != 0;
+  if (!*stopped && p->revents != 0) return 1;
+  errno = EINTR;
+  return -1;
 }

@@ -29,7 +29,7 @@ Framer::Result Framer::next(RawSample* samp, int ternIndex) {
     if (*rbp++ == _EOM) _serialStreamOutOfSync = 0;
   }
   const long avail = wbp - rbp;
-  const int len = avail >= RawSample::headLen ? static_cast<unsigned char>(rbp[5]) : 0;
+  const int len = avail >= RawSample::headLen ? RawSample::lengthAt(rbp) : 0;
   if (avail < RawSample::headLen || avail < _lenEOM + RawSample::headLen + len) {
     if (datagramSocket) {
       clear();
@@ -38,9 +38,7 @@ Framer::Result Framer::next(RawSample* samp, int ternIndex) {
     }
     return NoData;
   }
-  memcpy(&samp->tt, rbp, 4);
-  samp->chan = static_cast<unsigned char>(rbp[4]);
-  samp->len = static_cast<unsigned char>(len);
+  samp->decodeHeader(rbp);
   samp->takeData(rbp + RawSample::headLen, len);
   samp->ternIndex = ternIndex;
   rbp += RawSample::headLen + len;

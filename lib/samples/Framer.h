@@ -62,7 +62,7 @@ class Framer {
   // null.  Its data length is len; take(len) consumes it.
   const char* peekWhole(int& len) const {
     const char* const p = rbp;
-    len = static_cast<unsigned char>(p[5]);
+    len = RawSample::lengthAt(p);
     return !_checkEOM && p + RawSample::headLen + len <= wbp ? p : nullptr;
   }
   void take(int len) { rbp += RawSample::headLen + len; }

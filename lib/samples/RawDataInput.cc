@@ -2,21 +2,13 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
-#include <time.h>
 
 #include "base/Exception.h"
+#include "base/clock.h"
 #include "base/logit.h"
 
 volatile sig_atomic_t RawDataInput::interruptSet = 0;
 volatile sig_atomic_t RawDataInput::lastSignal = 0;
-
-namespace {
-double clockNow() {
-  struct timespec now;
-  clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<double>(now.tv_sec) + now.tv_nsec * 1e-9;
-}
-}  // namespace
 
 RawDataInput::RawDataInput(int fd_, int ternIndex_, int bufsize)
     : ternIndex(ternIndex_),
@@ -24,7 +16,7 @@ RawDataInput::RawDataInput(int fd_, int ternIndex_, int bufsize)
       nonBlocking(0),
       inputBufSize(bufsize),
       framer(bufsize),
-      guard(unknown, clockNow()),
+      guard(unknown, heron::wallSeconds()),
       source(new DescriptorSource(fd_, DescriptorSource::kBorrows)) {
   installHandler();
 }
@@ -35,7 +27,7 @@ RawDataInput::RawDataInput(std::unique_ptr<ByteSource> source_, int ternIndex_, 
       nonBlocking(0),
       inputBufSize(bufsize),
       framer(bufsize),
-      guard(type, clockNow()),
+      guard(type, heron::wallSeconds()),
       source(std::move(source_)) {
   installHandler();
 }

@@ -10,6 +10,15 @@
 // step; the end of the data is oru::EOFException; SIGINT, SIGTERM or SIGHUP
 // caught by the inputs' handler becomes oru::InterruptedException at the
 // next read.
+//
+// Signals, for every program of the system: each input installs the same
+// handler for SIGINT, SIGTERM and SIGHUP, which only sets interruptSet, and
+// a tool that reads inputs stops on that one flag.  A tool may catch the
+// signals itself until its inputs are open, and then sets the same flag
+// (cal_dump does, to end at once on a second signal).  A daemon takes the
+// signals it handles through its reactor (base/Reactor.h), which blocks
+// them: the inputs' handler never runs there, so a SIGHUP that asks Ingest
+// for a new archive file never ends its reading.
 #ifndef HERON_RAWDATAINPUT_H
 #define HERON_RAWDATAINPUT_H
 
@@ -113,14 +122,10 @@ class RawDataInput {
     int len;
     const char* const p = framer.peekWhole(len);
     if (p == nullptr) return false;
-    TIMETAG tt;
-    memcpy(&tt, p, 4);
-    const long ms = guard.msecs(static_cast<long>(tt));
+    const long ms = guard.msecs(static_cast<long>(RawSample::tagAt(p)));
     if (!guard.isUsual(ms, t) || !samp->data.copyBlock(p + RawSample::headLen, len, RawSample::quickLen)) return false;
     guard.acceptUsual(ms, t);
-    samp->tt = tt;
-    samp->chan = static_cast<CHAN_T>(p[4]);
-    samp->len = static_cast<SAMPLE_N>(len);
+    samp->decodeHeader(p);
     samp->ternIndex = ternIndex;
     framer.take(len);
     return true;

@@ -4,10 +4,9 @@
 
 #include "base/Exception.h"
 
-void RawDataInputs::addInput(RawDataInput* in) {
-  std::unique_ptr<RawDataInput> owned(in);
+void RawDataInputs::addInput(std::unique_ptr<RawDataInput> in) {
   _seq.reserve(_entries.size() + 1);  // so that the insert below cannot fail
-  _entries.push_back(Entry{std::move(owned), std::unique_ptr<RawSample>(new RawSample), 1e-37});
+  _entries.push_back(Entry{std::move(in), std::unique_ptr<RawSample>(new RawSample), 1e-37});
   _ninputs = static_cast<int>(_entries.size());
   _seq.insert(_seq.begin(), _ninputs - 1);
   // The new input stands first: read its first sample into its slot and
@@ -37,14 +36,6 @@ void RawDataInputs::removeInput(int i) {
 
 bool RawDataInputs::isPending(int i) const {
   return !_pending.empty() && std::find(_pending.begin(), _pending.end(), i) != _pending.end();
-}
-
-void RawDataInputs::placeFirstSlow(double t) {
-  const int i = _seq[0];
-  int k = size() - 1;
-  while (k > 0 && (_entries[static_cast<size_t>(_seq[k])].time > t || isPending(_seq[k]))) --k;
-  for (int m = 0; m < k; ++m) _seq[m] = _seq[m + 1];
-  _seq[k] = i;
 }
 
 // Input i's next sample into its slot.  An input that fails is removed and
@@ -82,7 +73,7 @@ int RawDataInputs::readSample(int i, int pending) {
       const auto pos = std::find(_seq.begin(), _seq.end(), i);
       std::rotate(_seq.begin(), pos, pos + 1);
     }
-    placeFirst(e.time);
+    placeFirst(e.time, !_pending.empty());
   } else if (!pending) {
     park(i);
   }

@@ -12,7 +12,7 @@
 //
 // Times come from each input's own time-tag guard: a sample it could not
 // trust has the time RawDataInput::BIGBANG and goes out at once; callers
-// drop such samples.
+// drop such samples, or read through getTrustedSample, which drops them.
 #ifndef HERON_RAWDATAINPUTS_H
 #define HERON_RAWDATAINPUTS_H
 
@@ -32,7 +32,8 @@ class RawDataInputs {
   // that has no samples at all is dropped at once; no other input's
   // sample is consumed.  Failures of that first read are thrown on as by
   // getSample.
-  void addInput(RawDataInput* in);
+  void addInput(RawDataInput* in) { addInput(std::unique_ptr<RawDataInput>(in)); }
+  void addInput(std::unique_ptr<RawDataInput> in);
 
   // The next sample in time order and, in t, its time.  The sample stays
   // owned by the merger and is valid until the next call.  Null only when
@@ -47,24 +48,32 @@ class RawDataInputs {
         e->ahead.swap(_outsample);
         t = e->time;
         e->time = u;
-        // Still the earliest (always so with one input): nothing moves.
-        // Otherwise behind every input whose time is not greater, so that
-        // equal times go out in the order they were read; nothing is
-        // pending, and the search stops at position 1 at the latest.
-        int* const seq = _seq.data();
-        if (_ninputs > 1 && !(u < _entries[static_cast<size_t>(seq[1])].time)) {
-          const int i = seq[0];
-          int k = _ninputs - 1;
-          while (_entries[static_cast<size_t>(seq[k])].time > u) --k;
-          for (int m = 0; m < k; ++m) seq[m] = seq[m + 1];
-          seq[k] = i;
-          _head = &_entries[static_cast<size_t>(seq[0])];
-        }
+        placeFirst(u, false);
         return _outsample.get();
       }
     }
     return fullPass(t);
   }
+
+  // getSample without the samples whose time could not be trusted (time
+  // RawDataInput::BIGBANG): those are dropped and counted in untrusted().
+  // Samples that wanted(const RawSample&) refuses are skipped first, and
+  // not counted.  Null as getSample.
+  template <class Wanted>
+  RawSample* getTrustedSample(double& t, Wanted wanted) {
+    for (;;) {
+      RawSample* const s = getSample(t);
+      if (s == nullptr) return nullptr;
+      if (!wanted(*s)) continue;
+      if (t != RawDataInput::BIGBANG) return s;
+      ++_untrusted;
+    }
+  }
+  RawSample* getTrustedSample(double& t) {
+    return getTrustedSample(t, [](const RawSample&) { return true; });
+  }
+  // Samples getTrustedSample has dropped for their time.
+  long untrusted() const { return _untrusted; }
 
   // Reads the next sample of input i into its read-ahead slot and puts i
   // in its place in the time order (i stands first, or anywhere when
@@ -86,13 +95,28 @@ class RawDataInputs {
   };
 
   // The input at _seq[0], whose read-ahead time is now t, goes behind
-  // every waiting input whose time is not greater.  Pending inputs stay at
-  // the back.
-  void placeFirst(double t) {
-    if (_ninputs < 2 || (t < _entries[static_cast<size_t>(_seq[1])].time && _pending.empty())) return;
-    placeFirstSlow(t);
+  // every waiting input whose time is not greater, so that equal times go
+  // out in the order they were read; pending inputs (there are some when
+  // pending is set) stay at the back.  The one placement of both passes,
+  // inline for the usual one, which has nothing pending: there the input
+  // stays first whenever it is still the earliest (always so with one
+  // input), and the search stops at position 1 at the latest.
+  void placeFirst(double t, bool pending) {
+    if (_ninputs < 2) return;
+    int* const seq = _seq.data();
+    if (!pending && t < timeOf(seq[1])) return;
+    const int i = seq[0];
+    int k = _ninputs - 1;
+    if (!pending) {
+      while (timeOf(seq[k]) > t) --k;
+    } else {
+      while (k > 0 && (timeOf(seq[k]) > t || isPending(seq[k]))) --k;
+    }
+    for (int m = 0; m < k; ++m) seq[m] = seq[m + 1];
+    seq[k] = i;
+    _head = pending ? nullptr : &_entries[static_cast<size_t>(seq[0])];  // as setHead()
   }
-  void placeFirstSlow(double t);
+  double timeOf(int i) const { return _entries[static_cast<size_t>(i)].time; }
   // Sets _head after any change of the inputs, the order or the pending
   // list.
   void setHead() { _head = _pending.empty() && !_seq.empty() ? &_entries[static_cast<size_t>(_seq[0])] : nullptr; }
@@ -114,6 +138,7 @@ class RawDataInputs {
   Entry* _head;
   // The number of inputs (_entries.size(), kept at hand for the usual pass).
   int _ninputs;
+  long _untrusted = 0;
 };
 
 #endif

@@ -1,21 +1,6 @@
 #include "samples/RawSample.h"
 
-#include <errno.h>
 #include <string.h>
-
-#include "base/Exception.h"
-
-void RawSample::Write(FILE* fp) const {
-  unsigned char head[headLen];
-  memcpy(head, &tt, 4);
-  head[4] = chan;
-  head[5] = len;
-  if (fwrite(head, 1, headLen, fp) != static_cast<size_t>(headLen))
-    throw oru::IOException("output file", "write", errno);
-  const int n = size();
-  if (n > 0 && fwrite(static_cast<const char*>(data), 1, static_cast<size_t>(n), fp) != static_cast<size_t>(n))
-    throw oru::IOException("output file", "write", errno);
-}
 
 // The first short copy into fresh storage, and every long one.
 void RawSample::takeLongData(const char* p, int n) {

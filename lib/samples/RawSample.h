@@ -2,12 +2,14 @@
 // module, in the one format shared by the modules' fast output, the ingest
 // server, sockets and archive files: a 6-byte header (4-byte big-endian time
 // tag, channel, data length) followed by 0..255 data bytes.  The time tag
-// is kept in wire order and converted only when read (Msecs).
+// is kept in wire order and converted only when read (Msecs).  Everything
+// that reads or writes the header goes through the codec below.
 #ifndef HERON_RAWSAMPLE_H
 #define HERON_RAWSAMPLE_H
 
 #include <stdint.h>
 #include <stdio.h>
+#include <string.h>
 
 #include <ostream>
 
@@ -41,9 +43,35 @@ class RawSample {
     if (!data.copyBlock(p, n, quickLen)) takeLongData(p, n);
   }
 
-  // Header as held (time tag stays big-endian), then the data bytes.
-  // Throws oru::IOException("output file", "write", errno).
-  void Write(FILE* fp) const;
+  // The header codec, the one place that knows the layout.  The fields of
+  // the header at p (headLen readable bytes): the time tag as it travels,
+  // and the number of data bytes that follow.
+  static TIMETAG tagAt(const char* p) {
+    TIMETAG t;
+    memcpy(&t, p, 4);
+    return t;
+  }
+  static int lengthAt(const char* p) { return static_cast<unsigned char>(p[5]); }
+  // Takes tt, chan and len from the header at p; the data are untouched.
+  void decodeHeader(const char* p) {
+    tt = tagAt(p);
+    chan = static_cast<CHAN_T>(p[4]);
+    len = static_cast<SAMPLE_N>(p[5]);
+  }
+  // Writes tt (as held), chan and len as a header at p.
+  void encodeHeader(char* p) const {
+    memcpy(p, &tt, 4);
+    p[4] = static_cast<char>(chan);
+    p[5] = static_cast<char>(len);
+  }
+  // The sample as it travels: its header, then len data bytes (which it
+  // holds, as every sample an input reads does), at out; returns the
+  // number of bytes written, at most headLen + 255.
+  int encode(char* out) const {
+    encodeHeader(out);
+    memcpy(out + headLen, static_cast<const char*>(data), len);
+    return headLen + len;
+  }
 
   // The text form: milliseconds of the day, channel, data size in bytes,
   // then each whole 16-bit data word as a signed number in host order, all

@@ -11,11 +11,11 @@
 #include <memory>
 
 #include "base/Exception.h"
+#include "base/clock.h"
 #include "base/fatal.h"
 #include "base/logit.h"
 #include "rpc/chan_subs.h"
 #include "rpc/ingest_client.h"
-#include "rpc/rpc_wait.h"
 
 namespace heron {
 
@@ -34,7 +34,7 @@ class IngestSource : public DescriptorSource {
                const std::string& label)
       : DescriptorSource(igp->socketfd, kOwns, label),
         igp_(igp), module_(module), server_(server), label_(label), index_(moduleIndex), datagrams_(datagrams),
-        due_(rpc_monotonic_ms() + kRenewMs) {}
+        due_(monotonicMs() + kRenewMs) {}
   ~IngestSource() override {
     const int r = quit_ingest_server(module_.c_str(), index_, server_.c_str(), igp_);
     if (r != 0) ingest_perror(module_.c_str(), server_.c_str(), r);
@@ -59,7 +59,7 @@ class IngestSource : public DescriptorSource {
     const int flags = fcntl(fd(), F_GETFL);
     if (flags < 0) return false;
     for (;;) {
-      const long long now = rpc_monotonic_ms();
+      const long long now = monotonicMs();
       if (now >= due_) {
         renew();
         due_ = now + kRenewMs;

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "base/Exception.h"
+#include "base/logit.h"
 
 namespace {
 std::string expand(const char* name) {
@@ -47,7 +48,7 @@ extern "C" FILE* heron_fopen(const char* name, const char* mode) {
   char* path = heron_expand_name(name);
   if (!path) return nullptr;
   FILE* fp = fopen(path, mode);
-  if (!fp) perror(path);
+  if (!fp) logit(LOG_ERR, "%s: %m", path);
   free(path);
   return fp;
 }
@@ -60,12 +61,12 @@ extern "C" FILE* heron_cal_fopen(const char* name, const char* mode) {
   if (path.empty() || path[0] != '/') {
     const char* heron = getenv("HERON");
     if (!heron) {
-      fputs("HERON environment variable not defined.\n", stderr);
+      logit(LOG_ERR, "HERON environment variable not defined.");
       return nullptr;
     }
     const char* project = getenv("PROJECT");
     if (!project) {
-      fputs("PROJECT environment variable not defined.\n", stderr);
+      logit(LOG_ERR, "PROJECT environment variable not defined.");
       return nullptr;
     }
     std::string projectPath = std::string(heron) + "/projects/" + project + "/cal_files/" + path;
@@ -73,7 +74,7 @@ extern "C" FILE* heron_cal_fopen(const char* name, const char* mode) {
     path = std::string(heron) + "/cal_files/" + path;
   }
   FILE* fp = fopen(path.c_str(), mode);
-  if (!fp) perror(path.c_str());
+  if (!fp) logit(LOG_ERR, "%s: %m", path.c_str());
   return fp;
 }
 

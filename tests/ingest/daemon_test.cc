@@ -147,8 +147,7 @@ TEST_F(Daemon, BacksOffQuickEndsAndAnswersSigintBetweenPortStarts) {
 // SIGINT during a module-server call that the server drags out (a reply of
 // six seconds, one byte at a time) ends the call and the supervisor at once.
 TEST_F(Daemon, AnswersSigintDuringASlowModuleServerCall) {
-  heron_test::ServerProcess slow(heron_test::testProgramPath("ingest_test_server"),
-                                 {std::to_string(heron_test::kModuleServerProgram), "--reply=trickle"});
+  heron_test::FaultyServer slow(heron_test::kModuleServerProgram, "trickle");
   ASSERT_TRUE(slow.ok()) << slow.error();
   site.writeConfig(serialLine("slow", "-", site.addPort()));
   ASSERT_EQ(site.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1"}), 0);

@@ -1,5 +1,6 @@
 // Test support for the remote-procedure parts: a real rpcbind of the test's
 // own and the test servers (built beside the test programs) as child processes.
+// Ingest's own service runs in the test's process: see live_service.h.
 //
 //   HERON_REQUIRE_RPCBIND();                   // first, in the test body
 //   heron_test::TestModuleServer server({"PROJECT=p", "OPS=o"});
@@ -215,13 +216,12 @@ inline int testSystemNumber() { return 1000 + static_cast<int>(getpid() % 100000
 // Withdraws a program's version-1 registration (after a crash on purpose).
 inline void withdrawProgram(unsigned long prog) { rpcb_unset(static_cast<rpcprog_t>(prog), 1, nullptr); }
 
-// The test ingest server of acquisition system `number`; option
-// "--no-connect-back", "--stranger" or none.
-class TestIngestServer : public ServerProcess {
+// The ingest server's failure `mode` (lib/rpc/ingest_test_server.cc lists
+// them), registered as program prog.
+class FaultyServer : public ServerProcess {
  public:
-  explicit TestIngestServer(int number, std::vector<std::string> options = {})
-      : ServerProcess(testProgramPath("ingest_test_server"),
-                      (options.insert(options.begin(), std::to_string(number)), options)) {}
+  FaultyServer(unsigned long prog, const std::string& mode)
+      : ServerProcess(testProgramPath("ingest_test_server"), {std::to_string(prog), "--reply=" + mode}) {}
 };
 
 }  // namespace heron_test

@@ -1,6 +1,6 @@
-// A scratch site whose one module, "m", is served by the test ingest server
-// of the given system number, which sends each channel asked for every
-// 20 ms with its tick count (4 bytes, big-endian) as data.  Sensor s on
+// A scratch site whose one module, "m", is served by the live service
+// (live_service.h) of the given system number, which sends each channel
+// asked for every 20 ms with its tick count (4 bytes, big-endian) as data.  Sensor s on
 // channel 200 reads it as two big-endian shorts: x.s, the high half (0),
 // and y.s, counting up by one; sensor t on channel 3 (v.t) is there to be
 // left out.

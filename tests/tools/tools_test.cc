@@ -1,5 +1,5 @@
 // raw_dump and raw_playback as a user runs them: on small archives in a
-// scratch folder, with no site in the environment.
+// scratch folder and standard input, with no site in the environment.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -22,10 +22,11 @@ std::string sample(uint32_t tag, int chan, const std::string& data) {
 uint32_t w12(uint32_t secs, uint32_t ms) { return secs << 12 | ms; }
 
 struct Case {
-  std::vector<std::string> argv;  // "A", "B" and "C" stand for the archives
+  std::vector<std::string> argv;  // "A", "B", "C", "M" and "N" stand for the archives
   int status;
   std::string out;  // exact when it ends in a newline, else the start
   std::string err = "";  // a part of standard error
+  std::string in = "";   // standard input
 };
 
 const std::string D = RAW_DUMP_BIN, P = RAW_PLAYBACK_BIN, S = SITE_CHECK_BIN, kKept = "raw_dump: 0 samples with untrusted time tags left out";
@@ -38,6 +39,14 @@ const Case kCases[] = {
     // Begun a second before midnight, first sample a second after it.
     {{D, "-t", "msecs", "B"}, 0, "2026 11 22 00:00:01.000 0 1000 1 0\n", kKept},
     {{D, "-t", "msecs", "C"}, 0, "2026 11 21 23:59:59.000 0 86399000 1 0\n", kKept},  // and the other way round
+    // Two files merged in time order: earlier tags believed in a named file
+    // only after ten of them, and the end-of-data marker ends M.
+    {{D, "-D", "2026 11 21", "M", "N"}, 0,
+     "2026 11 21 12:00:00.000 0 43200000 1 2 1\n2026 11 21 11:20:00.000 0 40800000 3 0\n"
+     "2026 11 21 12:00:00.100 1 43200100 2 0\n", "raw_dump: 11 samples with untrusted time tags left out"},
+    {{D, "-s", "2026 1 2 12:00", "-f", "%j %H:%M:%S%1F", "-"}, 0, "002 12:01:00.0 0 43260000 1 0\n", "",
+     sample(43260000, 1, "")},
+    {{D, "/nonexistent/x.raw"}, 1, "", "raw_dump: IOException: /nonexistent/x.raw: open: No such file or directory"},
     // Without the type the site would give, every tag is out of range.
     {{D, "A"}, 2, "", "raw_dump: every sample was left out"},
     {{D, "A"}, 2, "", "raw_dump: 5 samples with untrusted time tags left out"},
@@ -89,14 +98,20 @@ TEST(Tools, OptionsOnBareArchives) {
           sample(w12(43201, 0), 3, std::string("\x08\0\x09\0\x0a\0", 6)));
   const std::string b = scratch.write("b_20261121_235959.raw", sample(1000, 1, ""));
   const std::string c = scratch.write("c_20261122_000001.raw", sample(86399000, 1, ""));
+  std::string early, marker;
+  for (int i = 0; i < 12; ++i) early += sample(43200000 - 2400000, 3, "");
+  for (int i = 0; i < 255; ++i) marker += static_cast<char>(i);
+  const std::string m = scratch.write("m.raw", sample(43200000, 1, std::string("\1\0", 2)) + early +
+                                                   sample(43200300, 3, marker) + sample(43200400, 1, ""));
+  const std::string n = scratch.write("n.raw", sample(43200100, 2, ""));
   for (const Case& t : kCases) {
     std::vector<std::string> argv = t.argv;
     std::string shown;
     for (std::string& arg : argv) {
       shown += arg + " ";
-      arg = arg == "A" ? a : arg == "B" ? b : arg == "C" ? c : arg;
+      arg = arg == "A" ? a : arg == "B" ? b : arg == "C" ? c : arg == "M" ? m : arg == "N" ? n : arg;
     }
-    const RunResult r = runProgram(argv);
+    const RunResult r = runProgram(argv, t.in);
     EXPECT_EQ(r.status, t.status) << shown << r.err;
     if (!t.out.empty() && t.out.back() == '\n')
       EXPECT_EQ(r.out, t.out) << shown;

@@ -35,23 +35,23 @@
 #include "PlotSink.h"
 #include "SampleFormSink.h"
 #include "base/Exception.h"
+#include "base/clock.h"
 #include "calconfig/CalConfig.h"
 #include "calconfig/TaggedSample.h"
+#include "samples/RawDataInput.h"
 
 namespace {
 
-volatile sig_atomic_t gStop = 0;
-
 // Until the inputs are open (they then catch the signals themselves and
 // end the reading with oru::InterruptedException), the first signal asks
-// the program to stop; a second one ends it at once, removing the
-// unfinished files.
+// the program to stop, through the inputs' own flag; a second one ends it
+// at once, removing the unfinished files.
 void onSignal(int) {
-  if (gStop) {
+  if (RawDataInput::interruptSet) {
     OutputFile::removeAllFromSignal();
     _exit(130);
   }
-  gStop = 1;
+  RawDataInput::interruptSet = 1;
 }
 
 void catchSignals() {
@@ -139,12 +139,6 @@ std::string title() {
   return std::string("calibrated variables of project ") + (project ? project : "?") + ", " + (ops ? ops : "?");
 }
 
-double monotonic() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<double>(ts.tv_sec) + ts.tv_nsec * 1e-9;
-}
-
 // "samples read, per cent of the span" on a terminal's standard error.
 class Progress {
  public:
@@ -154,7 +148,7 @@ class Progress {
   }
   void update(long samples, double t) {
     if (!on_ || (samples & 1023) != 0) return;
-    const double now = monotonic();
+    const double now = heron::monotonicSeconds();
     if (now - last_ < 0.5) return;
     last_ = now;
     shown_ = true;
@@ -229,7 +223,7 @@ int run(const Options& o) {
   long samples = 0, records = 0;
   bool ended = false;
   try {
-    while (!gStop) {
+    while (!RawDataInput::interruptSet) {
       DPlist<TaggedSampleBase> done;
       cfg.nextCalibrated(stream, done);
       for (DPlist_iter<TaggedSampleBase> it = done.begin(); it(); ++it) {
@@ -252,9 +246,9 @@ int run(const Options& o) {
   } catch (const oru::EOFException&) {
     ended = true;  // every archive has ended, or the live connection has
   } catch (const oru::InterruptedException&) {
-    gStop = 1;  // the inputs' own handler caught SIGINT, SIGTERM or SIGHUP
+    // the inputs' own handler caught SIGINT, SIGTERM or SIGHUP
   }
-  if (gStop && !o.live) {
+  if (RawDataInput::interruptSet && !o.live) {
     fprintf(stderr, "cal_dump: interrupted; %s\n", o.output.empty() ? "output incomplete" : "no file written");
     return 130;
   }

@@ -1,33 +1,14 @@
 #include "Acquisition.h"
 
-#include <string.h>
-#include <time.h>
-
 #include <algorithm>
 #include <cmath>
 
 #include "base/Exception.h"
+#include "base/clock.h"
 #include "base/logit.h"
 
-namespace {
-double clockSeconds(clockid_t id) {
-  struct timespec ts;
-  clock_gettime(id, &ts);
-  return static_cast<double>(ts.tv_sec) + ts.tv_nsec * 1e-9;
-}
-
-// The raw form of a sample: header (time tag as it came) and data.
-size_t wireForm(const RawSample& s, char* out) {
-  memcpy(out, &s.tt, 4);
-  out[4] = static_cast<char>(s.chan);
-  out[5] = static_cast<char>(s.len);
-  memcpy(out + RawSample::headLen, static_cast<const char*>(s.data), s.len);
-  return RawSample::headLen + s.len;
-}
-}  // namespace
-
 IngestClock IngestClock::system() {
-  return {[] { return clockSeconds(CLOCK_MONOTONIC); }, [] { return clockSeconds(CLOCK_REALTIME); }};
+  return {heron::monotonicSeconds, heron::wallSeconds};
 }
 
 QuietWatch::QuietWatch(const std::string& station, const std::string& device, double start)
@@ -91,7 +72,7 @@ int Acquisition::serve(bool readable, bool hangup) {
     // untrusted tag is only counted: dropping it here would also drop the
     // good samples after a burst of noise that the guard believed.
     if (in_.tt_to_secs(static_cast<long>(samp.tt)) == RawDataInput::BIGBANG) ++state_.tossedTags;
-    const size_t n = wireForm(samp, wire);
+    const size_t n = static_cast<size_t>(samp.encode(wire));  // the tag as it came
     ++state_.samples;
     batch += n;
     archive_.append(wire, n, wall);

@@ -33,12 +33,6 @@ std::string dotted(uint32_t address) {
 }
 }  // namespace
 
-double IngestService::monotonic() {
-  struct timespec ts;
-  if (clock_gettime(CLOCK_MONOTONIC, &ts) != 0) throw oru::IOException("CLOCK_MONOTONIC", "clock_gettime", errno);
-  return static_cast<double>(ts.tv_sec) + ts.tv_nsec * 1e-9;
-}
-
 // The RPC library calls plain functions; this one reaches the service.
 struct IngestDispatch {
   static void connections(SVCXPRT* xprt);
@@ -362,7 +356,7 @@ void IngestDispatch::status(SVCXPRT* xprt) {
     return;
   }
   const InputState& in = theService->input_;
-  const double t = IngestService::monotonic();  // the acquisition's clock
+  const double t = heron::monotonicSeconds();  // the acquisition's clock
   const double up = t - in.started;
   // Only as much of a text as its bound lets through.
   const std::string error = in.archiveFailure.substr(0, 1023), file = in.archiveFile.substr(0, 1023);

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "ClientQueue.h"
+#include "base/clock.h"
 #include "rpc/ingest_rpc.h"
 #include "site/AllowList.h"
 
@@ -55,11 +56,10 @@ class IngestService {
   static constexpr double kLeaseSeconds = 600;  // a datagram destination not renewed
 
   using Clock = std::function<double()>;
-  static double monotonic();  // CLOCK_MONOTONIC in seconds
 
   // Registers the service, serving the callers `allow` lets in, with the
   // time bounds measured on clock; throws oru::Exception when it cannot.
-  IngestService(int moduleNumber, const InputState& input, AllowList allow, Clock clock = monotonic);
+  IngestService(int moduleNumber, const InputState& input, AllowList allow, Clock clock = heron::monotonicSeconds);
   // Closes every connection and withdraws the registration.
   ~IngestService();
   IngestService(const IngestService&) = delete;

@@ -6,8 +6,8 @@
 //   Ingest <device>                   by hand: opens the device with the
 //                                     settings of its ingest.conf record
 //
-// One thread and one poll loop over a signalfd, the port, the RPC service
-// and the client sockets.  SIGTERM and SIGINT end it with status 0 after the
+// One thread and one reactor (base/Reactor.h) over the signals, the port,
+// the RPC service and the client sockets.  SIGTERM and SIGINT end it with status 0 after the
 // archive is written and closed and the service withdrawn; SIGHUP starts a
 // new archive file.  See Ingest.8.
 #include <errno.h>
@@ -20,10 +20,10 @@
 #include <stdlib.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/signalfd.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -33,6 +33,7 @@
 #include "archive/ArchiveWriter.h"
 #include "IngestService.h"
 #include "base/Exception.h"
+#include "base/Reactor.h"
 #include "base/logit.h"
 #include "archive/ArchiveConfig.h"
 #include "site/TernList.h"
@@ -92,17 +93,6 @@ void readEveryByte(const Port& port) {
   if (tcsetattr(port.fd, TCSANOW, &t) != 0) throw oru::IOException(port.device.c_str(), "tcsetattr", errno);
 }
 
-int signalFd() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (int s : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&set, s);
-  if (sigprocmask(SIG_BLOCK, &set, nullptr) != 0 || signal(SIGPIPE, SIG_IGN) == SIG_ERR)
-    throw oru::IOException("signals", "block", errno);
-  int fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-  if (fd < 0) throw oru::IOException("signals", "signalfd", errno);
-  return fd;
-}
-
 bool_t xdrNone(XDR*, void*) { return TRUE; }
 
 // Another Ingest of this station is alive when rpcbind holds its program
@@ -131,8 +121,49 @@ void refuseIfServed(const std::string& station, int moduleNumber) {
   throw std::runtime_error(text);
 }
 
+// The loop's handlers: the port when it is readable, the service's
+// descriptors after every wait, and one timer at the acquisition's next due
+// time (the end of the port's rest or the next flush, a second away at
+// most, so the service also runs at least once a second).
+void serve(heron::Reactor& loop, int portFd, Acquisition& acq, IngestService& service) {
+  heron::Reactor::TimerId timer = 0;
+  auto readPort = [&](bool readable, bool hangup) {
+    if (acq.serve(readable, hangup) > 0) service.send();
+  };
+  std::function<void()> pace = [&] {
+    loop.setFileEvents(portFd, acq.watchPort() ? POLLIN : 0);
+    loop.cancelTimeout(timer);
+    timer = loop.addTimeout(acq.pollTimeout() / 1000.0, [&] {
+      readPort(false, false);
+      acq.tick();
+      pace();
+    });
+  };
+  loop.addFileHandler(portFd, POLLIN, [&](short ev) {
+    readPort((ev & (POLLIN | POLLHUP | POLLERR)) != 0, (ev & POLLHUP) != 0);
+    pace();
+  });
+  loop.addPollSet([&](std::vector<struct pollfd>& fds) { service.pollFds(fds); },
+                  [&](struct pollfd* fds, size_t) { service.handle(fds, 0); });
+  pace();
+  loop.run();
+}
+
 int run(int argc, char** argv) {
-  const int sigfd = signalFd();
+  // The signals are taken first: one that comes during the start waits
+  // for the loop.
+  heron::Reactor loop;
+  Acquisition* acquisition = nullptr;  // set before the loop runs
+  for (int s : {SIGTERM, SIGINT})
+    loop.addSignal(s, [&loop](int sig) {
+      logit(LOG_NOTICE, "%s: ending", signame(sig));
+      loop.stop();
+    });
+  loop.addSignal(SIGHUP, [&acquisition](int) {
+    logit(LOG_NOTICE, "SIGHUP: new archive file");
+    acquisition->rotate();
+  });
+  if (signal(SIGPIPE, SIG_IGN) == SIG_ERR) throw oru::IOException("SIGPIPE", "signal", errno);
   Port port = openPort(argc, argv);
   readEveryByte(port);
   const TernList::Entry& module = TernList::TernInfo(port.station.c_str());
@@ -156,32 +187,11 @@ int run(int argc, char** argv) {
   IngestService service(module.number, input, siteAllowList());
   Acquisition acq(in, archive, input, IngestClock::system(),
                   [&service](int chan, const char* p, size_t n) { service.deliver(chan, p, n); });
+  acquisition = &acq;
   logit(LOG_NOTICE, "%s on %s: archiving to %s, serving program %#x", port.station.c_str(), port.device.c_str(),
         archives.directory().c_str(), static_cast<unsigned>(INGEST_PROG + module.number));
-
-  std::vector<struct pollfd> fds;
-  for (;;) {
-    fds.assign({{sigfd, POLLIN, 0}, {acq.watchPort() ? port.fd : -1, POLLIN, 0}});
-    service.pollFds(fds);
-    if (poll(fds.data(), fds.size(), acq.pollTimeout()) < 0 && errno != EINTR)
-      throw oru::IOException("poll", "wait", errno);
-    if (fds[0].revents & POLLIN) {
-      struct signalfd_siginfo si;
-      if (read(sigfd, &si, sizeof si) != sizeof si) throw oru::IOException("signals", "read", errno);
-      if (si.ssi_signo != SIGHUP) {
-        logit(LOG_NOTICE, "%s: ending", signame(static_cast<int>(si.ssi_signo)));
-        break;
-      }
-      logit(LOG_NOTICE, "SIGHUP: new archive file");
-      acq.rotate();
-    }
-    if (acq.serve((fds[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0, (fds[1].revents & POLLHUP) != 0) > 0)
-      service.send();
-    service.handle(fds.data(), 2);
-    acq.tick();
-  }
+  serve(loop, port.fd, acq, service);
   acq.rotate();
-  close(sigfd);
   return 0;
 }
 

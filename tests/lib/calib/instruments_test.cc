@@ -3,8 +3,14 @@
 // Campbell vectors are worked from the final-storage bit tables; the other
 // families' from the instrument manuals' own examples.
 
+#include <stdlib.h>
+#include <string.h>
+
+#include <random>
+
 #include "calib/campbell_words.h"
 #include "calib/conversions.h"
+#include "calib/decimal.h"
 #include "calib/sonic_common.h"
 #include "calib_test_util.h"
 
@@ -25,6 +31,32 @@ TEST(CampbellWords, BitTables) {
   EXPECT_EQ(campbell_word(w("\xbc\x00"), CampbellLogger::CR10), CampbellWord::Invalid);
   EXPECT_EQ(campbell_high(w("\xde\x86\x3d\x9f")), -0.99999f);  // e = 5, 17-bit M = 99999, B = 1
   EXPECT_EQ(campbell_high(w("\x9f\x30\x3c\x39")), kMissing);   // e = 7
+}
+
+// The ASCII decoders' number reader gives strtod's value, bit for bit, and
+// its end: the fields instruments send, the forms it hands on to strtod, and
+// a sweep of every digit count up to 19 around the decimal point.
+TEST(DecimalReader, AgreesWithStrtod) {
+  std::vector<std::string> texts = {"0", "-0", "+.5", "5.", "5.e3", ".", "-", "+", "e5", "1e", "1e+", "1E-5x", " 10", "\t-3",
+                                    "000.709", "3.2183277e1", "-0.000", "9007199254740993", "9007199254740992.5",
+                                    "12345678901234567890", "1e22", "1e23", "4.9e-324", "1e400", "1e99999", "inf", "nan",
+                                    "0x1p3", "1,5", "4807.038,N", "2.0000000000000000000000001"};
+  std::mt19937_64 rng(7);
+  for (int digits = 1; digits <= 19; ++digits)
+    for (int n = 0; n < 400; ++n) {
+      std::string d;
+      while (static_cast<int>(d.size()) < digits) d += static_cast<char>('0' + rng() % 10);
+      const size_t point = rng() % (d.size() + 1);
+      std::string t = (n % 2 ? "-" : "") + d.substr(0, point) + "." + d.substr(point);
+      if (n % 3 == 0) t += "e" + std::to_string(static_cast<int>(rng() % 41) - 20);
+      texts.push_back(t);
+    }
+  for (const std::string& t : texts) {
+    char *want_end, *got_end;
+    const double want = strtod(t.c_str(), &want_end), got = heron::decimal_strtod(t.c_str(), &got_end);
+    EXPECT_EQ(memcmp(&want, &got, sizeof want), 0) << t << ": " << want << " != " << got;
+    EXPECT_EQ(got_end - t.c_str(), want_end - t.c_str()) << t;
+  }
 }
 
 TEST(Instruments, LoggerRecordsAndGpsSentences) {

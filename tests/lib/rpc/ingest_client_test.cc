@@ -1,17 +1,21 @@
-// The ingest client against the test ingest server through the real
-// rpcbind: whole connection cycles on both socket kinds, each failure code
-// once, and the messages the operators see.
+// The ingest client through the real rpcbind, against Ingest's own service
+// (run in this process) and the ingest server's failure modes: the whole
+// connection cycle on both socket kinds, through the library's ingest
+// input; each failure code once, and the messages the operators see.
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <math.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 #include <iterator>
+#include <memory>
 #include <set>
 #include <string>
 
@@ -20,6 +24,8 @@
 #include "rpc/chan_subs.h"
 #include "rpc/getTernServerEnvVar.h"
 #include "rpc/ingest_client.h"
+#include "samples/StreamInputs.h"
+#include "support/live_service.h"
 #include "support/rpc_fixture.h"
 #include "support/thrown.h"
 
@@ -36,29 +42,27 @@ struct Mask {
   explicit Mask(std::set<int> chans) { for (int c : chans) set_channel(words, c); }
 };
 
-// The channel of the next raw sample (6-byte header, 4 data bytes) on a data
-// connection, or -1 at its end.  The poll time-out only guards against a
-// hang: the test server sends every 20 ms.
-int nextChannel(int fd, std::string& buf) {
-  while (buf.size() < 10) {
-    struct pollfd p = {fd, POLLIN, 0};
-    char chunk[4096];
-    const ssize_t got = poll(&p, 1, 10000) == 1 ? recv(fd, chunk, sizeof chunk, 0) : 0;
-    if (got <= 0) return -1;
-    buf.append(chunk, static_cast<size_t>(got));
-  }
-  EXPECT_EQ(buf[5], 4);
-  const int chan = static_cast<unsigned char>(buf[4]);
-  buf.erase(0, 10);
-  return chan;
+// The channel of the first raw sample (6-byte header, 4 data bytes) on a
+// data connection, or -1 when none comes within 10 s.
+int firstChannel(int fd) {
+  struct pollfd p = {fd, POLLIN, 0};
+  unsigned char b[10];
+  return poll(&p, 1, 10000) == 1 && recv(fd, b, sizeof b, MSG_WAITALL) == 10 && b[5] == 4 ? b[4] : -1;
 }
 
-// After a change of channels, samples of the old ones may still be in
-// flight; once a wanted one arrives, only wanted ones follow.
-void expectSwitchTo(int fd, std::string& buf, const std::set<int>& wanted) {
-  int chan, skipped = 0;
-  while (wanted.count(chan = nextChannel(fd, buf)) == 0) ASSERT_LT(++skipped, 1000) << chan;
-  for (int i = 0; i < 20; ++i) ASSERT_EQ(wanted.count(nextChannel(fd, buf)), 1u);
+// Reads until n samples in a row are of the channels given (samples of the
+// channels asked for before may still be on their way); each is whole, of
+// this station and stamped within a minute of now.
+void expectChannels(RawDataInput& in, std::set<int> chans, int n, int ternIndex) {
+  RawSample s;
+  for (int got = 0, inRow = 0; inRow < n; ++got) {
+    ASSERT_LT(got, 2000) << "the channels asked for never came alone";
+    ASSERT_EQ(in.readSample(&s), 1);
+    EXPECT_EQ(s.ternIndex, ternIndex);
+    EXPECT_EQ(s.size(), 4);
+    EXPECT_LT(fabs(in.tt_to_secs(static_cast<long>(s.tt)) - static_cast<double>(time(nullptr))), 60.0);
+    inRow = chans.count(s.chan) ? inRow + 1 : 0;
+  }
 }
 
 std::string perrorText(const char* tern, int code) {
@@ -87,50 +91,53 @@ class IngestClient : public ::testing::Test {
     return err;
   }
 
-  void cycle(int dgram) {
-    heron_test::TestIngestServer server(number_);
-    ASSERT_TRUE(server.ok()) << server.error();
-    int err = 99, type = 0;
-    ingest_connect* igp = connect({1, 40, 255}, dgram, &err);
-    ASSERT_NE(igp, nullptr);
-    EXPECT_EQ(err, 0);
-    socklen_t len = sizeof type;
-    ASSERT_EQ(getsockopt(igp->socketfd, SOL_SOCKET, SO_TYPE, &type, &len), 0);
-    EXPECT_EQ(type, dgram ? SOCK_DGRAM : SOCK_STREAM);  // the accepted stream, not the listener
-    std::string buf;
-    expectSwitchTo(igp->socketfd, buf, {1, 40, 255});
-    EXPECT_EQ(reset_ingest_connection("tern1", number_, kLoopback, igp, Mask({7}).words), 0);
-    expectSwitchTo(igp->socketfd, buf, {7});
-    EXPECT_EQ(quit_ingest_server("tern1", number_, kLoopback, igp), 0);
-    if (!dgram) {
-      int left = 100000;
-      while (nextChannel(igp->socketfd, buf) >= 0) ASSERT_GT(--left, 0) << "the server kept the stream open";
-    }
-    close(igp->socketfd);
-    free_ingest_connect(igp);
-  }
-
   int number_ = heron_test::testSystemNumber();
+  unsigned long prog_ = INGEST_PROG + static_cast<unsigned long>(number_);
   long fdsBefore_ = openDescriptors();
   std::string log_;
 };
 
-TEST_F(IngestClient, StreamConnectionCycle) { cycle(0); }
-TEST_F(IngestClient, DatagramConnectionCycle) { cycle(1); }
+// Data come on a socket of the kind asked for, of the channels asked for
+// and then of the channels changed to; once the input is gone, the service
+// serves it no more.
+TEST_F(IngestClient, ConnectionCycle) {
+  heron_test::LiveService service(number_);
+  for (int socketType : {1, 2}) {
+    SCOPED_TRACE(socketType);
+    ChanBits bits;
+    bits.Set(std::vector<int>{1, 40, 255});
+    auto in = std::make_unique<IngestRawDataInput>("tern1", number_, kLoopback, bits, socketType);
+    EXPECT_STREQ(in->getName(), "tern1@127.0.0.1");
+    int type = 0;
+    socklen_t len = sizeof type;
+    ASSERT_EQ(getsockopt(in->getFD(), SOL_SOCKET, SO_TYPE, &type, &len), 0);
+    EXPECT_EQ(type, socketType == 2 ? SOCK_DGRAM : SOCK_STREAM);  // the accepted stream, not the listener
+    expectChannels(*in, {1, 40, 255}, 20, number_);
+    ChanBits next;
+    next.Set(7);
+    in->resetChannels(next);
+    expectChannels(*in, {7}, 10, number_);
+    EXPECT_EQ(service.clients(), 1u);
+    in.reset();
+    EXPECT_EQ(service.clients(), 0u) << "still served after the disconnect";
+  }
+}
 
 // In a UTS namespace of its own a child takes a host name that no resolver
 // knows; it still connects, announcing the bare name.
 TEST_F(IngestClient, UnresolvableOwnNameIsAnnouncedBare) {
-  heron_test::TestIngestServer server(number_);
-  ASSERT_TRUE(server.ok()) << server.error();
+  heron_test::LiveService service(number_);
   const char* bare = "heron-unresolvable.invalid";
-  pid_t pid = fork();
+  pid_t pid;
+  {
+    auto held = service.hold();  // the child gets no library lock half-taken
+    pid = fork();
+  }
   if (pid == 0) {
     if (unshare(CLONE_NEWUTS) != 0 || sethostname(bare, strlen(bare)) != 0) _exit(77);
     int err = 0;
     ingest_connect* igp = connect({4}, 0, &err);
-    std::string buf;
-    _exit(igp == nullptr ? 1 : strcmp(igp->param.name, bare) != 0 ? 2 : nextChannel(igp->socketfd, buf) != 4 ? 3 : 0);
+    _exit(igp == nullptr ? 1 : strcmp(igp->param.name, bare) != 0 ? 2 : firstChannel(igp->socketfd) != 4 ? 3 : 0);
   }
   int status = 0;
   ASSERT_EQ(waitpid(pid, &status, 0), pid);
@@ -150,31 +157,23 @@ TEST_F(IngestClient, EachFailureCode) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(quit_ingest_server("tern1", number_, kLoopback, &igp), INGEST_ERR_DISCONNECT);
   EXPECT_EQ(reset_ingest_connection("tern1", number_, kLoopback, &igp, Mask({9}).words), INGEST_ERR_RESET);
+  // A server that crashed leaves its registration behind and its port
+  // refuses: the data connection went with it, so disconnecting succeeds.
+  heron_test::FaultyServer crashed(prog_, "hangup");
+  EXPECT_TRUE(crashed.ok()) << crashed.error();
+  crashed.crash();
+  EXPECT_EQ(quit_ingest_server("tern1", number_, kLoopback, &igp), 0);
+  heron_test::withdrawProgram(prog_);
   testing::internal::GetCapturedStderr();
   ASSERT_EQ(igp.param.channels.channels_len, 8u);
   EXPECT_EQ(next_channel(igp.param.channels.channels_val), 9);
   xdr_free(reinterpret_cast<xdrproc_t>(xdr_connect_t), reinterpret_cast<char*>(&igp.param));
 
   // Waits out the fixed five seconds for the connection back.
-  heron_test::TestIngestServer mute(number_, {"--no-connect-back"});
+  heron_test::FaultyServer mute(prog_, "mute");
   ASSERT_TRUE(mute.ok()) << mute.error();
   EXPECT_EQ(connectFails({3}), INGEST_ERR_SYSTEM);
   EXPECT_EQ(perrorText("tern1", INGEST_ERR_SYSTEM), "ingest tern1@s: Connection timed out\n");
-}
-
-TEST_F(IngestClient, DisconnectFromVanishedServerSucceeds) {
-  heron_test::TestIngestServer server(number_);
-  ASSERT_TRUE(server.ok()) << server.error();
-  int err = 0;
-  ingest_connect* igp = connect({2}, 0, &err);
-  ASSERT_NE(igp, nullptr);
-  server.crash();  // its registration stays behind, its port refuses
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(quit_ingest_server("tern1", number_, kLoopback, igp), 0);
-  testing::internal::GetCapturedStderr();
-  heron_test::withdrawProgram(INGEST_PROG + static_cast<unsigned long>(number_));
-  close(igp->socketfd);
-  free_ingest_connect(igp);
 }
 
 // Whatever a server sends, a call ends within its time-out and a second:
@@ -195,10 +194,8 @@ TEST_F(IngestClient, EveryCallEndsInTime) {
   };
   setenv("CONFIG_SERVER", kLoopback, 1);
   for (const auto& c : cases) {
-    const bool module = c.mode == std::string("hugestring"), stranger = c.mode == std::string("stranger");
-    const unsigned long prog = module ? heron_test::kModuleServerProgram : INGEST_PROG + static_cast<unsigned long>(number_);
-    heron_test::ServerProcess server(heron_test::testProgramPath("ingest_test_server"),
-                                     {std::to_string(stranger ? number_ : prog), stranger ? "--stranger" : std::string("--reply=") + c.mode});
+    const bool module = c.mode == std::string("hugestring");
+    heron_test::FaultyServer server(module ? heron_test::kModuleServerProgram : prog_, c.mode);
     ASSERT_TRUE(server.ok()) << server.error();
     const auto start = std::chrono::steady_clock::now();
     std::string got;
@@ -209,8 +206,7 @@ TEST_F(IngestClient, EveryCallEndsInTime) {
       testing::internal::CaptureStderr();
       ingest_connect* igp = connect({3}, 0, &err);
       got = std::to_string(err) + " " + testing::internal::GetCapturedStderr();
-      std::string buf;
-      if (igp != nullptr) got += "channel " + std::to_string(nextChannel(igp->socketfd, buf));
+      if (igp != nullptr) got += "channel " + std::to_string(firstChannel(igp->socketfd));
       if (igp != nullptr) close(igp->socketfd);
       free_ingest_connect(igp);
     }

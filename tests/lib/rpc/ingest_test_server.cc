@@ -1,21 +1,10 @@
-// A small ingest server for the tests.
+// The ingest server's failure modes, for the client tests (Ingest's own
+// service, run by support/live_service.h, is the well-behaved server).
 //
-//   ingest_test_server <system number> [--no-connect-back | --stranger]
 //   ingest_test_server <program number> --reply=<mode>
 //
-// Registers its program (INGEST_PROG + <system number>, or the program number
-// as given) with the rpcbind on 127.0.0.1, prints "ready" and serves until
-// SIGTERM or SIGINT.
-//
-// Served normally, it is the station's own ingest service, and every 20 ms
-// each client gets one raw sample of every channel it asked for: the 6-byte
-// header (big-endian time tag in milliseconds of the day, channel, length
-// 4) and the tick count, big-endian, as data.  With --no-connect-back
-// INGEST_CONNECT succeeds but nothing connects back; with --stranger a
-// connection from 127.0.0.2 that sends "stranger" comes first, then the
-// server's own with one sample of channel 3.
-//
-// With --reply every call is answered badly, whatever the program:
+// Registers the program with the rpcbind on 127.0.0.1, prints "ready" and
+// answers every call badly, whatever the program, until SIGTERM or SIGINT:
 //   garbage    the call's xid and then words that are no reply; the
 //              connection stays open
 //   truncated  an accepted, successful reply that ends where the result
@@ -25,6 +14,10 @@
 //   stale      a successful int reply with another xid, every 200 ms
 //   hugestring a successful reply whose result announces a string of
 //              0xfffffff0 bytes and holds 4; then the connection closes
+//   mute       a successful INGEST_CONNECT reply, and nothing connects back
+//   stranger   a successful reply after a connection back from 127.0.0.2
+//              that sends "stranger"; then the server's own, with one
+//              sample of channel 3
 #include <arpa/inet.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -36,8 +29,6 @@
 #include <string>
 #include <vector>
 
-#include "IngestService.h"
-#include "base/Exception.h"
 #include "rpc/ingest_rpc.h"
 #include "rpc_server_loop.h"
 
@@ -56,25 +47,6 @@ std::string sample(int chan, uint32_t value) {
   s += {static_cast<char>(chan), 4};
   putBig32(s, value);
   return s;
-}
-
-// The real service of system `number`, with a sample of every channel each tick.
-void serveNormally(int number) {
-  const InputState input;
-  IngestService service(number, input, AllowList());
-  rpctest::announceReady();
-  std::vector<struct pollfd> fds;
-  for (uint32_t ticks = 0;; ++ticks) {
-    const double due = IngestService::monotonic() + 0.02;
-    for (double left; (left = due - IngestService::monotonic()) > 0;) {
-      fds.clear();
-      service.pollFds(fds);
-      if (!rpctest::wait(fds.data(), fds.size(), static_cast<int>(left * 1000) + 1)) return;
-      service.handle(fds.data(), 0);
-    }
-    for (int ch = 0; ch < 256; ++ch) service.deliver(ch, sample(ch, ticks).data(), 10);
-    service.send();
-  }
 }
 
 // A stream connection to 127.0.0.1:port, from `from` (host order, 0 for
@@ -207,28 +179,15 @@ void replyBadly(int listenfd, const std::string& mode) {
 
 int main(int argc, char** argv) {
   char* end = nullptr;
-  const unsigned long n = argc > 1 ? strtoul(argv[1], &end, 0) : 0;
+  const unsigned long prog = argc == 3 ? strtoul(argv[1], &end, 0) : 0;
   const std::string opt = argc == 3 ? argv[2] : "";
-  const bool reply = opt.compare(0, 8, "--reply=") == 0;
-  const std::string mode = reply ? opt.substr(8) : opt == "--no-connect-back" ? "mute" : opt == "--stranger" ? "stranger" : opt;
-  const std::string modes = reply ? " garbage truncated hangup trickle stale hugestring " : " mute stranger ";
-  if (argc < 2 || *end != '\0' || argc > 3 || (!opt.empty() && modes.find(" " + mode + " ") == std::string::npos)) {
-    fprintf(stderr, "usage: %s <system number> [--no-connect-back | --stranger]\n"
-                    "       %s <program number> --reply=<mode>\n", argv[0], argv[0]);
+  const std::string mode = opt.compare(0, 8, "--reply=") == 0 ? opt.substr(8) : "";
+  const std::string modes = " garbage truncated hangup trickle stale hugestring mute stranger ";
+  if (argc != 3 || *end != '\0' || modes.find(" " + mode + " ") == std::string::npos) {
+    fprintf(stderr, "usage: %s <program number> --reply=<mode>\n", argv[0]);
     return 2;
   }
-  const rpcprog_t prog = static_cast<rpcprog_t>(reply ? n : INGEST_PROG + n);
-  if (!mode.empty()) {
-    replyBadly(rpctest::listenRegistered(prog), mode);
-    rpctest::unregister(prog);
-    return 0;
-  }
-  rpctest::catchStops();
-  try {
-    serveNormally(static_cast<int>(n));
-  } catch (const oru::Exception& e) {
-    fprintf(stderr, "ingest_test_server: %s\n", e.what());
-    return 2;
-  }
+  replyBadly(rpctest::listenRegistered(static_cast<rpcprog_t>(prog)), mode);
+  rpctest::unregister(static_cast<rpcprog_t>(prog));
   return 0;
 }

@@ -1,6 +1,6 @@
 // Cutting byte streams into raw samples, in memory: chosen and random
 // streams in pieces of any size, corrupted framing and resynchronisation,
-// datagrams, the end-of-data marker, signals.
+// datagrams, the end-of-data marker, signals; each sample encoded again.
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -26,9 +26,11 @@ Results frame(const std::vector<std::string>& pieces, bool framed, bool datagram
   RawSample s;
   for (;;) {
     const Framer::Result r = f.next(&s, 4);
-    if (r != Framer::NoData)
+    if (r != Framer::NoData) {
       out.emplace_back(r, recordOf(s));
-    else if (f.full() || f.fill(src) <= 0)
+      char bytes[RawSample::headLen + 255];
+      EXPECT_EQ(std::string(bytes, static_cast<size_t>(s.encode(bytes))), bytesOf(out.back().second));  // and back
+    } else if (f.full() || f.fill(src) <= 0)
       return out;
   }
 }

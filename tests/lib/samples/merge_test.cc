@@ -1,8 +1,11 @@
 // Merging inputs in time order, in memory: the order, ties, inputs that end
-// (in the middle of the index range too), tossed time tags, inputs with
-// nothing to read now, and random inputs against themselves read alone.
+// (in the middle of the index range too), tossed time tags handed out or
+// dropped, inputs with nothing to read now, and random inputs against
+// themselves read alone.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
 #include <random>
 #include <tuple>
 
@@ -21,11 +24,11 @@ const uint32_t kNoon = 12 * 3600000, kLate = 3 * 3600000;  // 3 h after noon: to
 typedef std::vector<std::pair<int, uint32_t>> Order;  // (input, milliseconds after noon)
 
 // Everything the merge hands out, checking each time against its tag.
-Order drain(RawDataInputs& m) {
+Order drain(RawDataInputs& m, bool trusted = false) {
   Order out;
   double t;
   try {
-    for (RawSample* s; (s = m.getSample(t)) != nullptr;) {
+    for (RawSample* s; (s = trusted ? m.getTrustedSample(t) : m.getSample(t)) != nullptr;) {
       const uint32_t ms = recordOf(*s).ms - kNoon;
       EXPECT_EQ(t, ms == kLate ? TimeTagGuard::BIGBANG : kDay + 43200 + ms * 0.001);
       out.emplace_back(s->ternIndex, ms);
@@ -53,14 +56,19 @@ TEST(Merge, Order) {
        {{0, 0}, {1, 500}, {0, 1000}, {0, kLate}, {1, 1200}, {1, 1400}, {0, 1500}}},
   };
   for (const auto& c : cases) {
-    RawDataInputs m;
-    for (size_t i = 0; i < c.inputs.size(); ++i) {  // samples at noon plus the milliseconds given
-      std::string bytes;
-      for (uint32_t ms : c.inputs[i]) bytes += bytesOf(Record{kNoon + ms, static_cast<uint8_t>(i), "xy"});
-      m.addInput(new MemoryInput({bytes}, true, static_cast<int>(i), kDay + 43200));
+    for (bool trusted : {false, true}) {  // getTrustedSample: the same without the tossed tags
+      RawDataInputs m;
+      for (size_t i = 0; i < c.inputs.size(); ++i) {  // samples at noon plus the milliseconds given
+        std::string bytes;
+        for (uint32_t ms : c.inputs[i]) bytes += bytesOf(Record{kNoon + ms, static_cast<uint8_t>(i), "xy"});
+        m.addInput(std::make_unique<MemoryInput>(std::vector<std::string>{bytes}, true, static_cast<int>(i), kDay + 43200));
+      }
+      Order want = c.want;
+      if (trusted) want.erase(std::remove(want.begin(), want.end(), std::make_pair(0, kLate)), want.end());
+      EXPECT_EQ(drain(m, trusted), want) << c.what;
+      EXPECT_EQ(m.untrusted(), static_cast<long>(c.want.size() - want.size())) << c.what;
+      EXPECT_EQ(m.size(), 0);
     }
-    EXPECT_EQ(drain(m), c.want) << c.what;
-    EXPECT_EQ(m.size(), 0);
   }
 }
 

@@ -8,6 +8,7 @@
 
 #include "base/Exception.h"
 #include "site/channels.h"
+#include "support/reported.h"
 #include "support/scratch_site.h"
 #include "support/thrown.h"
 #include "time/TTConv.h"
@@ -81,7 +82,7 @@ TEST(ChannelConfig, SyntaxErrorsNameTheLineAndEndTheProcess) {
   for (const auto& c : cases) {
     const std::string file = site.writeOps("c", c.text);
     const std::string message = c.message[0] == 'E' ? c.message + file : c.message;
-    EXPECT_EXIT(channel_list(file.c_str()), ::testing::ExitedWithCode(1), message);
+    EXPECT_EQ(heron_test::reported([&] { channel_list cl(file.c_str()); }), message + "\n[exit 1]");
     channel_list::throwOnSyntaxError(true);  // the same text, survivably
     EXPECT_EQ(thrownText<BadConfigurationException>([&] { channel_list cl(file.c_str()); }),
               "BadConfigurationException: " + message);

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/live_service.h"
 #include "support/rpc_fixture.h"
 #include "support/tick_site.h"
 #include "support/subprocess.h"
@@ -112,8 +113,7 @@ TEST(CalDump, PlotIsAPngOfTheSizeAsked) {
 TEST(CalDump, LiveUntilInterruptedLeavesACompleteFile) {
   HERON_REQUIRE_RPCBIND();
   const int number = heron_test::testSystemNumber();
-  heron_test::TestIngestServer server(number);
-  ASSERT_TRUE(server.ok()) << server.error();
+  heron_test::LiveService server(number);
   ScratchSite site;
   writeTickSite(site, number);
   const std::string csv = site.root() + "/live.csv";

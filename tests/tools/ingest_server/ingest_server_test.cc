@@ -5,7 +5,6 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <string.h>
 #include <pty.h>
 #include <signal.h>
@@ -18,20 +17,17 @@
 #include <algorithm>
 #include <fstream>
 #include <memory>
-#include <random>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "base/Exception.h"
 #include "ingest/daemon_fixture.h"
 #include "samples/StreamInputs.h"
 #include "support/rpc_fixture.h"
 #include "support/scratch_site.h"
 #include "support/subprocess.h"
-#include "lib/samples/sample_support.h"
 
 namespace {
 
@@ -187,34 +183,6 @@ TEST_F(IngestChain, KilledIsStartedAgainAndServes) {
   ingest_ = site_.waitLogPid("serving program", first);  // started again by the supervisor
   ASSERT_GT(ingest_, 0);
   end();
-}
-
-// On a real port, whatever the line's noise and however the bytes come,
-// Ingest archives every sample that serial_ingest's sampling mode (its
-// input class, reading the same bytes) frames.
-TEST_F(IngestChain, ArchivesWhatTheSamplingModeFrames) {
-  start();
-  std::mt19937 rng(7);
-  const std::vector<std::string> pieces = sample_test::corruptStream(rng, ms_);
-  std::string all;
-  for (const std::string& p : pieces) {
-    all += p;
-    if (p.empty()) usleep(rng() % 3000);
-    ASSERT_EQ(write(master_, p.data(), p.size()), static_cast<ssize_t>(p.size()));
-  }
-  const std::string file = site_.dir() + "/stream";
-  std::ofstream(file) << all;
-  std::vector<std::string> want;
-  try {
-    OwlFastoutRawDataInput sampling(file.c_str(), "tern1", 0, open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    RawSample s;
-    for (;;)
-      if (sampling.readSample(&s) == Framer::Sample) want.push_back(sample_test::bytesOf(sample_test::recordOf(s)));
-  } catch (const oru::EOFException&) {
-  }
-  usleep(300000);  // the last bytes read
-  end();
-  EXPECT_TRUE(archive() == want) << archive().size() << " archived of " << want.size();
 }
 
 // A full disk is logged and retried; clients keep their data, and the

@@ -15,10 +15,9 @@
 
 #include <atomic>
 #include <fstream>
-#include <mutex>
-#include <thread>
 
 #include "IngestService.h"
+#include "support/live_service.h"
 #include "support/rpc_fixture.h"
 
 namespace {
@@ -52,31 +51,11 @@ class Service : public ::testing::Test {
     signal(SIGPIPE, SIG_IGN);  // as Ingest has it
     AllowList hosts;  // 127.0.0.1 to .3, not the stranger at 127.0.0.4
     hosts.nets = {{0x7f000000, 0xfffffffc}};
-    service_.reset(new IngestService(number_, input_, hosts, [this] { return IngestService::monotonic() + skew_; }));
+    service_.reset(new heron_test::LiveService(number_, hosts, [this] { return heron::monotonicSeconds() + skew_; }, false));
     struct sockaddr_in rpcbind = loopback(heron_test::kLoopback, 0);
     ASSERT_NE(port_ = pmap_getport(&rpcbind, INGEST_PROG + number_, INGEST_VERS, IPPROTO_TCP), 0);
-    loop_ = std::thread([this] {
-      for (std::vector<struct pollfd> fds; !stop_; fds.clear()) {
-        std::lock_guard<std::mutex> hold(lock_);
-        service_->pollFds(fds);
-        poll(fds.data(), fds.size(), 20);
-        service_->handle(fds.data(), 0);
-        ++rounds_;
-      }
-    });
-    // The loop has run before a test takes the descriptors away: the
-    // sanitizers' first look at its objects needs one of its own.
-    for (int i = 0; i < 500 && rounds_ == 0; ++i) usleep(10000);
-    ASSERT_GT(rounds_, 0);
   }
-  void TearDown() override {
-    stop_ = true;
-    if (loop_.joinable()) loop_.join();
-  }
-  size_t clients() {
-    std::lock_guard<std::mutex> hold(lock_);
-    return service_->clients();
-  }
+  size_t clients() { return service_->clients(); }
   // A TCP connection to the service from `from`.
   int dial(const char* from) {
     int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -112,13 +91,8 @@ class Service : public ::testing::Test {
   }
 
   const int number_ = heron_test::testSystemNumber();
-  InputState input_;
-  std::unique_ptr<IngestService> service_;
   std::atomic<double> skew_{0};  // seconds the service's clock is ahead
-  std::atomic<bool> stop_{false};
-  std::atomic<int> rounds_{0};
-  std::mutex lock_;
-  std::thread loop_;
+  std::unique_ptr<heron_test::LiveService> service_;
   unsigned short port_ = 0;
 };
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "rpc/ingest_rpc.h"
+#include "support/live_service.h"
 #include "support/rpc_fixture.h"
 #include "support/scratch_site.h"
 #include "support/subprocess.h"
@@ -53,8 +54,7 @@ TEST_F(IngestStart, UnwritableArchiveDirectoryStopsItBeforeRegistering) {
 }
 
 TEST_F(IngestStart, ALiveIngestOfTheStationIsNotReplaced) {
-  heron_test::TestIngestServer other(number_);
-  ASSERT_TRUE(other.ok()) << other.error();
+  heron_test::LiveService other(number_);
   const RunResult r = runProgram({kIngest, name_});
   EXPECT_EQ(r.status, 1);
   char text[128];
