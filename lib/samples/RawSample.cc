@@ -1,6 +1,18 @@
 #include "samples/RawSample.h"
 
+#include <errno.h>
 #include <string.h>
+
+#include "base/Exception.h"
+
+void RawSample::Write(FILE* fp) const {
+  char head[headLen];
+  encodeHeader(head);
+  const size_t n = static_cast<size_t>(size());
+  if (fwrite(head, 1, headLen, fp) != static_cast<size_t>(headLen) ||
+      (n > 0 && fwrite(static_cast<const char*>(data), 1, n, fp) != n))
+    throw oru::IOException("output file", "write", errno);
+}
 
 // The first short copy into fresh storage, and every long one.
 void RawSample::takeLongData(const char* p, int n) {

@@ -73,6 +73,11 @@ class RawSample {
     return headLen + len;
   }
 
+  // encode's bytes, header as held (the time tag stays big-endian) then
+  // the data bytes held, to fp.  Throws oru::IOException("output file",
+  // "write", errno).
+  void Write(FILE* fp) const;
+
   // The text form: milliseconds of the day, channel, data size in bytes,
   // then each whole 16-bit data word as a signed number in host order, all
   // separated by single blanks.  Writes into buf (at least maxTextLen

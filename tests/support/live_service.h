@@ -34,9 +34,6 @@ class LiveService {
     for (int i = 0; i < 500 && rounds_ == 0; ++i) usleep(10000);
   }
   ~LiveService() {
-    // The service closes only its listener as it goes: callers that have
-    // hung up are let go first, which the RPC library does as it reads them.
-    for (int i = 0; i < 200 && rpcConnections() > 0; ++i) usleep(10000);
     stop_ = true;
     thread_.join();
   }
@@ -46,13 +43,6 @@ class LiveService {
   size_t clients() {
     std::lock_guard<std::mutex> held(lock_);
     return service_.clients();
-  }
-  // Callers' RPC connections open now.
-  int rpcConnections() {
-    std::lock_guard<std::mutex> held(lock_);
-    int n = 0;
-    for (int k = 0; k < svc_max_pollfd; ++k) n += svc_pollfd[k].fd >= 0;
-    return n - 1;  // less the listener
   }
   // Keeps the service out of every library call while held (before a fork).
   std::unique_lock<std::mutex> hold() { return std::unique_lock<std::mutex>(lock_); }

@@ -70,6 +70,12 @@ IngestService::IngestService(int moduleNumber, const InputState& input, AllowLis
 }
 
 IngestService::~IngestService() {
+  // Callers' connections belong to the RPC library: shut down and shown to
+  // it as readable, it reads their end and closes them.
+  std::vector<struct pollfd> ends;
+  for (const auto& c : callers_)
+    if (shutdown(c.first, SHUT_RDWR) == 0 || errno == ENOTCONN) ends.push_back({c.first, POLLIN, POLLIN});
+  if (!ends.empty()) svc_getreq_poll(ends.data(), static_cast<int>(ends.size()));
   clients_.clear();
   svc_unreg(prog_, INGEST_VERS);
   if (!rpcb_unset(prog_, INGEST_VERS, nullptr)) logit(LOG_WARNING, "ingest service: rpcbind kept our registration");

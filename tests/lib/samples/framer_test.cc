@@ -3,6 +3,8 @@
 // datagrams, the end-of-data marker, signals; each sample encoded again.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
 
 #include <random>
 
@@ -30,6 +32,13 @@ Results frame(const std::vector<std::string>& pieces, bool framed, bool datagram
       out.emplace_back(r, recordOf(s));
       char bytes[RawSample::headLen + 255];
       EXPECT_EQ(std::string(bytes, static_cast<size_t>(s.encode(bytes))), bytesOf(out.back().second));  // and back
+      char* written = nullptr;
+      size_t n = 0;
+      FILE* fp = open_memstream(&written, &n);
+      s.Write(fp);
+      fclose(fp);
+      EXPECT_EQ(std::string(written, n), bytesOf(out.back().second));
+      free(written);
     } else if (f.full() || f.fill(src) <= 0)
       return out;
   }
