@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "base/Exception.h"
-#include "calconf/ArchiveConfig.h"
+#include "archive/ArchiveConfig.h"
 #include "calconfig/CalConfig.h"
 #include "calconfig/CalSample.h"
 #include "samples/RawDataInputs.h"

@@ -20,7 +20,7 @@
 #include <string>
 
 #include "base/Exception.h"
-#include "calconf/TernList.h"
+#include "site/TernList.h"
 #include "rpc/ingest_client.h"
 #include "rpc/ingest_rpc_client.h"
 #include "site/IngestConfig.h"

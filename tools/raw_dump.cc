@@ -25,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "archive/ArchiveNaming.h"
 #include "base/Exception.h"
 #include "samples/RawDataInputs.h"
 #include "time/TTConv.h"
@@ -94,46 +95,6 @@ long firstTagMs(const char* name) {
   return ms < 0 || ms >= 86400000L ? -1 : ms;
 }
 
-int digits(const char* p, int n) {
-  int v = 0;
-  for (int i = 0; i < n; ++i) v = v * 10 + (p[i] - '0');
-  return v;
-}
-
-// The date a file name carries as a run of exactly eight digits YYYYMMDD
-// (UTC midnight), and the time of day in seconds of an _HHMMSS right after
-// it (-1 when there is none).
-bool dateInName(const char* path, double* day, long* secs) {
-  const char* base = strrchr(path, '/');
-  base = base != nullptr ? base + 1 : path;
-  for (const char* p = base; *p != '\0';) {
-    const size_t n = strspn(p, "0123456789");
-    if (n == 0) {
-      ++p;
-      continue;
-    }
-    if (n == 8) {
-      const int y = digits(p, 4), m = digits(p + 4, 2), d = digits(p + 6, 2);
-      struct tm tm = {};
-      tm.tm_year = y - 1900;
-      tm.tm_mon = m - 1;
-      tm.tm_mday = d;
-      const time_t t = y >= 1970 ? timegm(&tm) : -1;
-      if (t != -1 && tm.tm_mon == m - 1 && tm.tm_mday == d) {  // timegm carries 20261131 into December
-        *day = static_cast<double>(t);
-        *secs = -1;
-        if (p[8] == '_' && strspn(p + 9, "0123456789") == 6) {
-          const int h = digits(p + 9, 2), mi = digits(p + 11, 2), sec = digits(p + 13, 2);
-          if (h < 24 && mi < 60 && sec < 60) *secs = h * 3600L + mi * 60L + sec;
-        }
-        return true;
-      }
-    }
-    p += n;
-  }
-  return false;
-}
-
 // Start time of a file without -s: the day (from -D, else its name, else
 // today) plus the time of day of its first sample, so that its first
 // sample is always trusted.  When the name also gives the time, the start
@@ -144,19 +105,18 @@ bool dateInName(const char* path, double* day, long* secs) {
 double startOf(const char* name, const double* givenDay) {
   const double now = static_cast<double>(time(nullptr));
   if (strcmp(name, "-") == 0) return now;
-  double day;
-  long secs = -1;
+  heron::NamedStart named;
   if (givenDay != nullptr)
-    day = *givenDay;
-  else if (!dateInName(name, &day, &secs))
-    day = dayOf(now);
+    named.day = *givenDay;
+  else if (!heron::startInName(name, nullptr, &named))
+    named.day = dayOf(now);
   const long ms = firstTagMs(name);
-  if (ms < 0) return secs >= 0 ? day + static_cast<double>(secs) : day;
-  double t = day + static_cast<double>(ms) / 1000.0;
-  if (secs >= 0) {
-    const double named = day + static_cast<double>(secs);
-    if (t < named - 43200.0) t += 86400.0;
-    if (t > named + 43200.0) t -= 86400.0;
+  if (ms < 0) return named.time();
+  double t = named.day + static_cast<double>(ms) / 1000.0;
+  if (named.secs >= 0) {
+    const double near = named.time();
+    if (t < near - 43200.0) t += 86400.0;
+    if (t > near + 43200.0) t -= 86400.0;
   }
   return t;
 }

@@ -1,7 +1,7 @@
 #include "calconf/HeronDataIds.h"
 
 #include "calconf/ImpliedDataId.h"
-#include "calconf/RecordReader.h"
+#include "site/RecordReader.h"
 
 namespace {
 const int kMaxIndex = 32767;  // an index travels as a short

@@ -24,7 +24,7 @@
 #include "base/SampleStream.h"
 #include "calconf/HeronDataIds.h"
 #include "calconf/SidList.h"
-#include "calconf/TernList.h"
+#include "site/TernList.h"
 #include "calconfig/ChannelConfig.h"
 #include "calconfig/TaggedSample.h"
 #include "rpc/ChanBits.h"

@@ -2,7 +2,7 @@
 // attachment of each raw sample to its channel configurations.
 #include <stdlib.h>
 
-#include "calconf/ArchiveConfig.h"
+#include "archive/ArchiveConfig.h"
 #include "calconfig/CalConfig.h"
 #include "calconfig/CalSample.h"
 #include "samples/RawDataInputs.h"

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
-#include <fcntl.h>
 
 #include "base/Exception.h"
 #include "base/clock.h"
@@ -12,20 +11,18 @@ volatile sig_atomic_t RawDataInput::interruptSet = 0;
 volatile sig_atomic_t RawDataInput::lastSignal = 0;
 
 RawDataInput::RawDataInput(int fd_, int ternIndex_, int bufsize)
-    : fd(fd_),
-      ternIndex(ternIndex_),
+    : ternIndex(ternIndex_),
       name("unknown"),
       nonBlocking(0),
       inputBufSize(bufsize),
       framer(bufsize),
       guard(unknown, heron::wallSeconds()),
-      source(new DescriptorSource(fd)) {
+      source(new DescriptorSource(fd_, DescriptorSource::kBorrows)) {
   installHandler();
 }
 
 RawDataInput::RawDataInput(std::unique_ptr<ByteSource> source_, int ternIndex_, int bufsize, TTtype type)
-    : fd(-1),
-      ternIndex(ternIndex_),
+    : ternIndex(ternIndex_),
       name("unknown"),
       nonBlocking(0),
       inputBufSize(bufsize),
@@ -60,14 +57,17 @@ void RawDataInput::interrupted() {
   throw oru::InterruptedException(getName(), "readBuffer");
 }
 
-void RawDataInput::openNextFile() { throw oru::EOFException(getName(), "RawDataInput::openNextFile"); }
+void RawDataInput::openNextFile() {
+  if (!source->next()) throw oru::EOFException(getName(), "RawDataInput::openNextFile");
+  framer.clear();
+}
 
 int RawDataInput::readBuffer() {
   if (interruptSet) interrupted();
   if (framer.full()) return 0;
   long n;
-  // An input past its last file has no descriptor, which reads as an end:
-  // openNextFile reports the end again.
+  // A source past its last stream reads as an end: openNextFile reports
+  // the end again.
   while ((n = framer.fill(*source)) < 1) {
     if (interruptSet) interrupted();
     if (n < 0) {
@@ -107,10 +107,8 @@ int RawDataInput::search(double t, RawSample* samp) {
 
 void RawDataInput::setNonBlocking(int val) {
   nonBlocking = val;
-  const int flags = fcntl(fd, F_GETFL);
-  if (flags < 0) throw oru::IOException(getName(), "setNonBlocking fcntl", errno);
-  const int want = val ? (flags | O_NONBLOCK) : (flags & ~O_NONBLOCK);
-  if (want != flags && fcntl(fd, F_SETFL, want) < 0) throw oru::IOException(getName(), "setNonBlocking fcntl", errno);
+  const int err = source->setNonBlocking(val != 0);
+  if (err != 0) throw oru::IOException(getName(), "setNonBlocking fcntl", err);
 }
 
 long RawDataInput::msecs_to_tt(long msecs) {

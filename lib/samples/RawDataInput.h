@@ -1,8 +1,10 @@
 // A source of raw samples: a byte source (ByteSource.h) cut into samples by
 // a Framer, with time tags turned into absolute times by a TimeTagGuard.
-// Subclasses (FileInputs.h, StreamInputs.h) supply the bytes: files or
-// standard input, a socket from a module, a serial line, the ingest
-// server; each only opens, names and closes what it reads.
+// Every input reads through the byte source it owns; the subclasses
+// (FileInputs.h, StreamInputs.h) only choose it: a file sequence (files or
+// standard input), a socket from a module, a serial line, a connection to
+// the ingest server.  Moving to the next file and the descriptor's
+// blocking mode are the source's.
 //
 // Failures of system calls are oru::IOException naming the input and the
 // step; the end of the data is oru::EOFException; SIGINT, SIGTERM or SIGHUP
@@ -47,19 +49,19 @@ class RawDataInput {
   // installs; shared by all inputs of the process and never cleared.
   static volatile sig_atomic_t interruptSet;
 
-  // Reads the descriptor fd, which may be -1 (a subclass opens it later).
-  // The time state starts from the current clock; tags are of the site's
-  // type.
+  // Reads the descriptor fd, which stays the caller's (never closed here);
+  // -1 reads as an end.  The time state starts from the current clock;
+  // tags are of the site's type.
   RawDataInput(int fd, int ternIndex, int bufsize);
-  // Reads source instead (fd stays -1), tags of the given type.
+  // Reads source, which it owns, tags of the given type.
   RawDataInput(std::unique_ptr<ByteSource> source, int ternIndex, int bufsize, TTtype type);
   virtual ~RawDataInput();
 
   RawDataInput(const RawDataInput&) = delete;
   RawDataInput& operator=(const RawDataInput&) = delete;
 
-  // Moves to the next source of bytes; the base has none and throws
-  // oru::EOFException.
+  // Moves the source to its next stream (ByteSource::next); throws
+  // oru::EOFException when it has none.
   virtual void openNextFile();
   virtual const char* getName() const { return name.c_str(); }
   // 1 when earlier times mean a new day (a live source), 0 when they are
@@ -78,7 +80,8 @@ class RawDataInput {
   // Reads on to the first sample whose time is not before t; as
   // readSample, but never 2.
   virtual int search(double t, RawSample* samp);
-  // Sets or clears O_NONBLOCK on the descriptor.
+  // Sets or clears O_NONBLOCK on the source's descriptor; a failure is
+  // oru::IOException.
   virtual void setNonBlocking(int val);
 
   // Moves the unread bytes to the start of the buffer.
@@ -86,7 +89,8 @@ class RawDataInput {
 
   void setName(const char* n) { name = n; }
   void setName(const std::string& n) { name = n; }
-  int getFD() const { return fd; }
+  // The source's descriptor, to poll; -1 when it has none.
+  int getFD() const { return source->fd(); }
   // The UTC midnight that time tags count from (t is rounded down to one).
   void SetT0day(double t) { guard.SetT0day(t); }
   double GetT0day() const { return guard.GetT0day(); }
@@ -128,10 +132,10 @@ class RawDataInput {
   }
 
  protected:
-  // Reads `s` from now on instead of the descriptor.
+  // Reads `s` from now on; the source read so far is dropped.
   void setSource(std::unique_ptr<ByteSource> s) { source = std::move(s); }
+  ByteSource& byteSource() const { return *source; }
 
-  int fd;
   int ternIndex;
   std::string name;
   int nonBlocking;

@@ -1,6 +1,9 @@
 // The live inputs: a connection from the ingest server, a socket from a
-// module, a module's fast output on a serial line.  Their time tags are of
-// the site's type; earlier tags believed at last mean a new day.
+// module, a module's fast output on a serial line.  Each reads through a
+// descriptor source (samples/ByteSource.h): the ingest connection's source
+// owns the connection and its socket; the socket and the serial line are
+// borrowed from their owners.  Their time tags are of the site's type;
+// earlier tags believed at last mean a new day.
 #ifndef HERON_STREAMINPUTS_H
 #define HERON_STREAMINPUTS_H
 
@@ -9,7 +12,9 @@
 #include "rpc/ChanBits.h"
 #include "samples/RawDataInput.h"
 
-struct ingest_connect;
+namespace heron {
+class IngestSource;
+}
 
 // The samples of some channels of one module, sent by the ingest server to
 // a socket of our own.  A connection that cannot be made is reported with
@@ -21,7 +26,8 @@ class IngestRawDataInput : public RawDataInput {
   // socketType 2 asks for datagrams, anything else for a stream.
   IngestRawDataInput(const char* tern, int ternIndex, const char* ingester, const ChanBits& ingestChan,
                      int socketType);
-  // Tells the server that the connection ends and closes the socket.
+  // Tells the server that the connection ends and closes the socket (the
+  // source does).
   ~IngestRawDataInput() override;
 
   // Changes the channels sent; a failure is reported and ends the process
@@ -30,9 +36,8 @@ class IngestRawDataInput : public RawDataInput {
   const char* getTernName() const { return ternName.c_str(); }
 
  private:
-  std::string ingestServer;
-  ingest_connect* igp;
   std::string ternName;
+  heron::IngestSource* connection;  // the source, which the input owns
 };
 
 // A socket on which a module sends its samples.  The caller keeps

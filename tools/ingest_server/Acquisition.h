@@ -18,7 +18,7 @@
 #include <functional>
 #include <string>
 
-#include "ArchiveWriter.h"
+#include "archive/ArchiveWriter.h"
 #include "IngestService.h"
 #include "samples/RawDataInput.h"
 

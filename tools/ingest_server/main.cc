@@ -30,13 +30,13 @@
 #include <vector>
 
 #include "Acquisition.h"
-#include "ArchiveWriter.h"
+#include "archive/ArchiveWriter.h"
 #include "IngestService.h"
 #include "base/Exception.h"
 #include "base/Reactor.h"
 #include "base/logit.h"
-#include "calconf/ArchiveConfig.h"
-#include "calconf/TernList.h"
+#include "archive/ArchiveConfig.h"
+#include "site/TernList.h"
 #include "port/opentty.h"
 #include "samples/StreamInputs.h"
 #include "site/AllowList.h"
@@ -190,7 +190,7 @@ int run(int argc, char** argv) {
   acquisition = &acq;
   logit(LOG_NOTICE, "%s on %s: archiving to %s, serving program %#x", port.station.c_str(), port.device.c_str(),
         archives.directory().c_str(), static_cast<unsigned>(INGEST_PROG + module.number));
-  serve(loop, port.fd, acq, service);
+  serve(loop, in.getFD(), acq, service);  // the descriptor the input reads
   acq.rotate();
   return 0;
 }

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "base/Exception.h"
-#include "calconf/ArchiveConfig.h"
+#include "archive/ArchiveConfig.h"
 #include "calconf/HeronDataIds.h"
 #include "calconf/Lag.h"
 #include "calconf/SidList.h"
-#include "calconf/TernList.h"
+#include "site/TernList.h"
 #include "calib/cal_file.h"
 #include "site/AllowList.h"
 #include "site/IngestConfig.h"

@@ -1,5 +1,5 @@
-// The calibration site files: kites_config, prep.config, did.config, lag
-// files and archive_config, good and bad, and the example site's set.
+// The calibration site files: kites_config, prep.config, did.config and lag
+// files, good and bad, and the example site's set.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -8,11 +8,10 @@
 #include <vector>
 
 #include "base/Exception.h"
-#include "calconf/ArchiveConfig.h"
 #include "calconf/HeronDataIds.h"
 #include "calconf/ImpliedDataId.h"
 #include "calconf/SidList.h"
-#include "calconf/TernList.h"
+#include "site/TernList.h"
 #include "support/scratch_site.h"
 #include "support/thrown.h"
 
@@ -168,36 +167,6 @@ TEST(CalConf, LagFileReadForward) {
     Lag l;
     l.setFile(site.write("l", c.text));
     EXPECT_EQ(failure([&] { l.GetLag(20); }), "BadConfigurationException: " + path + ":" + c.message);
-  }
-}
-
-TEST(CalConf, ArchiveFiles) {
-  ScratchSite site;
-  for (const char* f : {"tern1_20261121_130000.raw", "tern1_20261121_120000.raw", "tern1_2026112_120000.raw.gz"})
-    site.write(std::string("raw/") + f, "x");
-  ArchiveConfig ac(site.writeOps("archive_config",
-                                 "directory \"$HERON/raw\" ; archive tern1 \"tern1_%Y%m%d_%H%M%S.raw\" 3600 ;").c_str());
-  const double noon = 1795262400;  // 2026-11-21 12:00:00 UTC
-  std::vector<double> starts;
-  EXPECT_EQ(ac.GetArchiveFileNames("tern1", noon + 10, noon + 3601, starts).size(), 2u);
-  EXPECT_EQ(starts, (std::vector<double>{noon, noon + 3600}));
-  EXPECT_EQ(ac.GetArchiveFileNames("tern1", noon + 3600, noon + 7200, starts),
-            std::vector<std::string>{site.root() + "/raw/tern1_20261121_130000.raw"});
-  EXPECT_TRUE(ac.GetArchiveFileNames("tern1", noon - 100, noon, starts).empty());
-  EXPECT_NE(failure([&] { ac.GetArchiveFileNames("tern2", 0, 1, starts); }), "nothing thrown");
-  setenv("RAWDATADIR", "/nonexistent", 1);
-  EXPECT_NE(failure([&] { ArchiveConfig(site.opsDir().append("/archive_config").c_str())
-                              .GetArchiveFileNames("tern1", 0, 1, starts); }).find("opendir"), std::string::npos);
-  unsetenv("RAWDATADIR");
-  const struct {
-    const char *text, *message;
-  } bad[] = {{"archive t p 0 ;", "1: seconds per file must be positive"},
-             {"archive t p 1 ; archive t q 1 ;", "1: module t given twice"},
-             {"files ;", "1: unknown record files"},
-             {"directory ;", "1: expected directory <path> ;"}};
-  for (const auto& c : bad) {
-    const std::string path = site.writeOps("archive_config", c.text);
-    EXPECT_EQ(failure([&] { ArchiveConfig a(path.c_str()); }), "BadConfigurationException: " + path + ":" + c.message);
   }
 }
 

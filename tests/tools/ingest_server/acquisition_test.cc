@@ -1,13 +1,8 @@
-// Ingest's acquisition in memory: the archive writer in a scratch folder,
-// the loop's clocks and quiet watch through the clock seam, and the one
+// Ingest's acquisition in memory: the archive in a scratch folder, the
+// loop's clocks and quiet watch through the clock seam, and the one
 // framing: the bytes serial_ingest's sampling mode reads give Ingest the
 // same samples, whatever the corruption and however the bytes arrive.
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
-
-#include <fstream>
-#include <sstream>
 
 #include "Acquisition.h"
 #include "base/Exception.h"
@@ -109,40 +104,6 @@ TEST(QuietWatch, WarnsOncePerSilenceScaledToTheInstrument) {
       EXPECT_NEAR(w.threshold(), std::max(10.0, 10 * c.interval), 0.01) << "a quiet spell in the mean";
     }
   }
-}
-
-TEST(ArchiveWriterNames, PatternsThatLeaveTheDirectoryAreRefused) {
-  for (const char* p : {"../x%H", "/etc/x%H", "a/../../x", "..", "a/.."})
-    EXPECT_THROW(ArchiveWriter("/tmp/raw", p, 3600), BadConfigurationException) << p;
-  for (const char* p : {"tern1_%Y%m%d.raw", "sub/t%H", "..x%H", "a..b"})
-    EXPECT_NO_THROW(ArchiveWriter("/tmp/raw", p, 3600)) << p;
-}
-
-// The directory is made with its parents; 400 rotations within a second
-// make one file, named by its second; a removed directory is made again
-// and a new file opened at the next flush; while it cannot be made the
-// failure is reported, and clears.
-TEST_F(Acquire, ArchiveDirectoryIsMadeAndSurvivesStormsAndRemoval) {
-  ArchiveWriter w(dir() + "/a/b", "t%H%M%S", 3600);
-  w.prepare();
-  EXPECT_TRUE(files(dir() + "/a/b").empty()) << "the probe file stayed";
-  for (int i = 0; i < 400; ++i) {
-    w.append("abcdefg", 7, kStart + i * 0.002);
-    w.rotate(kStart + i * 0.002);
-  }
-  w.flush(kStart + 0.9);
-  EXPECT_EQ(files(dir() + "/a/b").size(), 1u);
-  ASSERT_EQ(system(("rm -rf '" + dir() + "'").c_str()), 0);
-  std::ofstream(dir()) << "in the way";
-  w.append("hijklmn", 7, kStart + 1.2);
-  w.flush(kStart + 1.3);
-  EXPECT_NE(w.failure().find(dir() + "/a/b"), std::string::npos) << w.failure();
-  EXPECT_NE(w.failure().find(strerror(ENOTDIR)), std::string::npos) << w.failure();
-  ASSERT_EQ(unlink(dir().c_str()), 0);
-  w.flush(kStart + 2.3);
-  w.flush(kStart + 3.3);
-  EXPECT_EQ(w.failure(), "");
-  EXPECT_EQ(files(dir() + "/a/b"), (std::map<std::string, std::string>{{"t221323", "hijklmn"}}));
 }
 
 }  // namespace

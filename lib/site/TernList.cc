@@ -1,4 +1,4 @@
-#include "calconf/TernList.h"
+#include "site/TernList.h"
 
 #include <errno.h>
 #include <stdio.h>

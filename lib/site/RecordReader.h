@@ -2,8 +2,8 @@
 // values, each ended by ";", read through the site-configuration scanner
 // (words, quoted texts, numbers; "#" comments).  Faults throw
 // BadConfigurationException "<file>:<line>: <what>".
-#ifndef HERON_CALCONF_RECORDREADER_H
-#define HERON_CALCONF_RECORDREADER_H
+#ifndef HERON_SITE_RECORDREADER_H
+#define HERON_SITE_RECORDREADER_H
 
 #include <stdio.h>
 

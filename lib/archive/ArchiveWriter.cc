@@ -1,4 +1,4 @@
-#include "ArchiveWriter.h"
+#include "archive/ArchiveWriter.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -9,23 +9,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "archive/ArchiveNaming.h"
 #include "base/Exception.h"
 #include "base/logit.h"
-
-namespace {
-// A name pattern stays inside the directory when it is relative and has no
-// ".." component.
-bool staysInside(const std::string& pattern) {
-  if (pattern.empty() || pattern[0] == '/') return false;
-  for (size_t start = 0; start <= pattern.size();) {
-    size_t end = pattern.find('/', start);
-    if (end == std::string::npos) end = pattern.size();
-    if (pattern.compare(start, end - start, "..") == 0) return false;
-    start = end + 1;
-  }
-  return true;
-}
-}  // namespace
 
 bool makeDirectories(const std::string& path) {
   struct stat st;
@@ -43,7 +29,7 @@ bool makeDirectories(const std::string& path) {
 
 ArchiveWriter::ArchiveWriter(const std::string& dir, const std::string& pattern, double period)
     : dir_(dir), pattern_(pattern), period_(period > 0 ? period : 86400) {
-  if (!staysInside(pattern))
+  if (!heron::staysInside(pattern))
     throw BadConfigurationException("archive_config: file-name pattern \"" + pattern +
                                     "\" names files outside the raw-data directory " + dir);
 }
@@ -74,9 +60,8 @@ void ArchiveWriter::fail(const char* what, int err, double now) {
 bool ArchiveWriter::openFile(double now) {
   const time_t t = static_cast<time_t>(floor(now));
   if (t == opened_) return false;  // one new file a second: the next flush tries again
-  struct tm tm;
-  char name[512];
-  if (gmtime_r(&t, &tm) == nullptr || strftime(name, sizeof name, pattern_.c_str(), &tm) == 0) {
+  std::string name;
+  if (!heron::nameOfStart(pattern_, static_cast<double>(t), &name)) {
     fail("bad file-name pattern", EINVAL, now);
     return false;
   }

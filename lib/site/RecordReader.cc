@@ -1,4 +1,4 @@
-#include "calconf/RecordReader.h"
+#include "site/RecordReader.h"
 
 #include <stdlib.h>
 

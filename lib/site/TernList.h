@@ -8,8 +8,8 @@
 // ingest program, 0x20000010 plus its number, stays among the transient
 // program numbers, and the calibration's per-module tables (as many rows as
 // the largest number plus one) stay a few tens of megabytes.
-#ifndef HERON_CALCONF_TERNLIST_H
-#define HERON_CALCONF_TERNLIST_H
+#ifndef HERON_SITE_TERNLIST_H
+#define HERON_SITE_TERNLIST_H
 
 #include <memory>
 #include <string>

@@ -11,8 +11,8 @@
 // while it fails, up to kMaxPending bytes wait and later samples are counted
 // as lost.  A file whose directory was removed is noticed at the next flush
 // (it has no link left): the directory is made again and a new file opened.
-#ifndef HERON_INGEST_SERVER_ARCHIVEWRITER_H
-#define HERON_INGEST_SERVER_ARCHIVEWRITER_H
+#ifndef HERON_ARCHIVE_ARCHIVEWRITER_H
+#define HERON_ARCHIVE_ARCHIVEWRITER_H
 
 #include <stddef.h>
 #include <sys/types.h>

@@ -1,12 +1,13 @@
 // Where each module's raw-data archive files lie and how they are named:
 // the raw-data directory, and per module a file-name pattern holding the
-// file's start time and the time span one file covers.  The file syntax is
-// described in docs/archive_config.md.
+// file's start time (read back by ArchiveNaming.h's one rule) and the time
+// span one file covers.  The file syntax is described in
+// docs/archive_config.md.
 //
 // Read whole at construction; every fault throws BadConfigurationException
 // ("<file>:<line>: <what>", or the wrapped I/O error).
-#ifndef HERON_CALCONF_ARCHIVECONFIG_H
-#define HERON_CALCONF_ARCHIVECONFIG_H
+#ifndef HERON_ARCHIVE_ARCHIVECONFIG_H
+#define HERON_ARCHIVE_ARCHIVECONFIG_H
 
 #include <map>
 #include <string>
@@ -39,7 +40,7 @@ class ArchiveConfig {
 
  private:
   struct Archive {
-    std::string pattern;  // strptime form of a file name, e.g. tern1_%Y%m%d_%H%M%S.raw
+    std::string pattern;  // strftime/strptime form of a file name, e.g. tern1_%Y%m%d_%H%M%S.raw
     double period;        // seconds of data in one file
   };
 

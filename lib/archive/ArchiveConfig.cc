@@ -1,19 +1,19 @@
-#include "calconf/ArchiveConfig.h"
+#include "archive/ArchiveConfig.h"
 
 #include <dirent.h>
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <time.h>
 
 #include <algorithm>
 #include <memory>
 #include <new>
 #include <utility>
 
+#include "archive/ArchiveNaming.h"
 #include "base/Exception.h"
-#include "calconf/RecordReader.h"
+#include "site/RecordReader.h"
 #include "site/heron_fopen.h"
 
 namespace {
@@ -21,17 +21,6 @@ std::string expand(const char* name) {
   std::unique_ptr<char, void (*)(void*)> full(heron_expand_name(name), free);
   if (!full) throw std::bad_alloc();
   return full.get();
-}
-
-// The start time (UTC) that a file name carries, or false when the name
-// does not have the pattern's form, all of it.
-bool startOf(const char* name, const std::string& pattern, double* t) {
-  struct tm tm;
-  memset(&tm, 0, sizeof tm);
-  const char* end = strptime(name, pattern.c_str(), &tm);
-  if (!end || *end != '\0') return false;
-  *t = static_cast<double>(timegm(&tm));
-  return true;
 }
 }  // namespace
 
@@ -68,12 +57,12 @@ std::vector<std::string> ArchiveConfig::GetArchiveFileNames(const char* module, 
   std::vector<std::pair<double, std::string>> found;
   errno = 0;
   while (const dirent* d = readdir(dir.get())) {
-    double t;
+    heron::NamedStart named;
     struct stat st;
     const std::string path = _directory + "/" + d->d_name;
-    if (startOf(d->d_name, a->second.pattern, &t) && t < end && t + a->second.period > start &&
-        stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode))
-      found.emplace_back(t, path);
+    if (heron::startInName(d->d_name, a->second.pattern.c_str(), &named) && named.time() < end &&
+        named.time() + a->second.period > start && stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode))
+      found.emplace_back(named.time(), path);
     errno = 0;
   }
   if (errno != 0) throw BadConfigurationException(oru::IOException(_directory.c_str(), "readdir", errno));
