@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "samples/ByteSource.h"
+#include "base/ByteSource.h"
 
 namespace heron {
 

@@ -15,7 +15,7 @@
 
 #include <memory>
 
-#include "samples/ByteSource.h"
+#include "base/ByteSource.h"
 #include "samples/RawSample.h"
 
 class Framer {

@@ -28,7 +28,7 @@
 #include <memory>
 #include <string>
 
-#include "samples/ByteSource.h"
+#include "base/ByteSource.h"
 #include "samples/Framer.h"
 #include "samples/RawSample.h"
 #include "samples/TimeTagGuard.h"

@@ -1,6 +1,6 @@
 // The live inputs: a connection from the ingest server, a socket from a
 // module, a module's fast output on a serial line.  Each reads through a
-// descriptor source (samples/ByteSource.h): the ingest connection's source
+// descriptor source (base/ByteSource.h): the ingest connection's source
 // owns the connection and its socket; the socket and the serial line are
 // borrowed from their owners.  Their time tags are of the site's type;
 // earlier tags believed at last mean a new day.

@@ -27,6 +27,21 @@ if(NOT unit MATCHES "\nExecStartPre=${BINDIR}/site_check\n" OR
   message(FATAL_ERROR "${UNIT} does not run an installed ${BINDIR}/site_check before a start and a reload")
 endif()
 
+# Only the public headers are installed, and each finds what it includes.
+file(GLOB_RECURSE headers RELATIVE ${prefix}/include/heron ${prefix}/include/heron/*.h)
+foreach(h ${headers})
+  file(STRINGS ${prefix}/include/heron/${h} includes REGEX "^#include \"")
+  foreach(line ${includes})
+    string(REGEX REPLACE "^#include \"([^\"]*)\".*" "\\1" inc "${line}")
+    if(NOT EXISTS ${prefix}/include/heron/${inc})
+      message(FATAL_ERROR "installed ${h} includes ${inc}, which is not installed")
+    endif()
+  endforeach()
+endforeach()
+if(EXISTS ${prefix}/include/heron/site/channels_grammar.h OR EXISTS ${prefix}/include/heron/calconf/prep_grammar.h)
+  message(FATAL_ERROR "the grammars' internals are installed")
+endif()
+
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 foreach(via find_package pkg_config)
   run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/${via} -DHERON_VIA=${via}

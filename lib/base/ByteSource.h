@@ -6,8 +6,8 @@
 // descriptor and closes it when it is done with it, unless it was told that
 // it borrows it, in which case the descriptor stays its giver's, open, and
 // the giver must keep it open while the source reads it.
-#ifndef HERON_BYTESOURCE_H
-#define HERON_BYTESOURCE_H
+#ifndef HERON_BASE_BYTESOURCE_H
+#define HERON_BASE_BYTESOURCE_H
 
 #include <stddef.h>
 

@@ -1,4 +1,4 @@
-#include "samples/ByteSource.h"
+#include "base/ByteSource.h"
 
 #include <fcntl.h>
 #include <errno.h>
