@@ -261,27 +261,31 @@ bool addInputs(const Options& o, char** files, int nfiles, int local, const doub
   return true;
 }
 
-// Prints the samples of merge's inputs, one line each, until they end
-// (oru::EOFException); counts the lines in *printed and those cut in *cut.
+// Prints the samples of merge's inputs, one line each, until they have all
+// ended; counts the lines in *printed and those cut in *cut.
 void printSamples(RawDataInputs& merge, const Options& o, int nfiles, long* printed, long* cut) {
   std::vector<int> widths(static_cast<size_t>(nfiles) * 256, -1);
   char line[128 + RawSample::maxTextLen + 4096];
-  for (;;) {
-    double t;
-    RawSample* s = merge.getTrustedSample(t, [&o](const RawSample& r) { return o.channels.test(r.chan); });
-    if (s == nullptr) continue;  // only non-blocking inputs have none now
-    UTime(t).to_charstar(line, 96, o.fmt);
-    size_t n = strlen(line);
-    if (o.words == nullptr && !o.columns) {
-      n += static_cast<size_t>(snprintf(line + n, 16, " %d ", s->ternIndex));
-      n += static_cast<size_t>(s->format(line + n));
-    } else {
-      n += static_cast<size_t>(sprintf(line + n, " %d %d %d %d", s->ternIndex, s->Msecs(), s->chan, s->size()));
-      n += static_cast<size_t>(formatValues(line + n, *s, o, &widths, cut));
+  try {
+    for (;;) {
+      double t;
+      RawSample* s = merge.getTrustedSample(t, [&o](const RawSample& r) { return o.channels.test(r.chan); });
+      if (s == nullptr) continue;  // only non-blocking inputs have none now
+      UTime(t).to_charstar(line, 96, o.fmt);
+      size_t n = strlen(line);
+      if (o.words == nullptr && !o.columns) {
+        n += static_cast<size_t>(snprintf(line + n, 16, " %d ", s->ternIndex));
+        n += static_cast<size_t>(s->format(line + n));
+      } else {
+        n += static_cast<size_t>(sprintf(line + n, " %d %d %d %d", s->ternIndex, s->Msecs(), s->chan, s->size()));
+        n += static_cast<size_t>(formatValues(line + n, *s, o, &widths, cut));
+      }
+      line[n++] = '\n';
+      if (fwrite(line, 1, n, stdout) != n) throw oru::IOException("stdout", "write", errno);
+      ++*printed;
     }
-    line[n++] = '\n';
-    if (fwrite(line, 1, n, stdout) != n) throw oru::IOException("stdout", "write", errno);
-    ++*printed;
+  } catch (const oru::EOFException&) {
+    // All inputs have ended.
   }
 }
 
@@ -330,8 +334,6 @@ int main(int argc, char** argv) {
   try {
     if (!addInputs(o, argv + optind, nfiles, local, o.dayText != nullptr ? &day : nullptr, &merge)) return 1;
     printSamples(merge, o, nfiles, &printed, &cut);
-  } catch (const oru::EOFException&) {
-    // All inputs have ended.
   } catch (const oru::Exception& e) {
     fflush(stdout);
     fprintf(stderr, "raw_dump: %s\n", e.toString().c_str());
