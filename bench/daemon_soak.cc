@@ -81,41 +81,42 @@ bool waitFor(double seconds, const std::function<bool()>& done) {
   }
   return done();
 }
-}  // namespace
+// What the soak finds.
+struct Figures {
+  int kills = 0, ports = 0, restarts = 0, zombies = 0, fdsBefore = 0, fdsAfter = 0;
+  double elapsed = 0;
+  long rssBefore = 0, rssAfter = 0;
+};
 
-int main(int argc, char** argv) {
-  if (argc < 3) {
-    fprintf(stderr, "usage: %s SERIAL_INGEST STANDIN_DIR [kills] [ports]\n", argv[0]);
-    return 2;
-  }
-  const int kills = argc > 3 ? atoi(argv[3]) : 500;
-  const int ports = argc > 4 ? atoi(argv[4]) : 4;
-  char tmpl[] = "/tmp/daemonsoakXXXXXX";
-  if (!mkdtemp(tmpl)) return perror("mkdtemp"), 1;
-  const std::string dir = tmpl;
-  mkdir((dir + "/reports").c_str(), 0755);
+// The port table in dir: a pseudo-terminal per port, whose descriptors go
+// to fds; false, reported, when one cannot be opened.
+bool writePorts(const std::string& dir, int ports, std::vector<int>* fds) {
   std::ostringstream table;
-  std::vector<int> fds;
   for (int i = 0; i < ports; ++i) {
     int m, s;
     char name[64];
-    if (openpty(&m, &s, name, nullptr, nullptr) < 0) return perror("openpty"), 1;
+    if (openpty(&m, &s, name, nullptr, nullptr) < 0) return perror("openpty"), false;
     fcntl(m, F_SETFD, FD_CLOEXEC);
     fcntl(s, F_SETFD, FD_CLOEXEC);
-    fds.push_back(m);
-    fds.push_back(s);
+    fds->push_back(m);
+    fds->push_back(s);
     table << "port" << i << " - " << name << " 9600 none 8 1 none local\n";
   }
   std::ofstream(dir + "/ingest.conf") << table.str();
+  return true;
+}
 
+// Starts the daemon (serialIngest, finding the stand-in in standinDir);
+// returns its supervisor, or 0 when it cannot be found.
+int startSupervisor(const char* serialIngest, const char* standinDir, const std::string& dir) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   pid_t starter = fork();
   if (starter == 0) {
-    std::string path = std::string(argv[2]) + ":" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
+    std::string path = std::string(standinDir) + ":" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
     setenv("PATH", path.c_str(), 1);
     setenv("INGEST_STANDIN_DIR", (dir + "/reports").c_str(), 1);
     setenv("CONFIG_SERVER", "127.0.0.1", 1);
-    execl(argv[1], argv[1], "-z", "-c", (dir + "/ingest.conf").c_str(), (char*)nullptr);
+    execl(serialIngest, serialIngest, "-z", "-c", (dir + "/ingest.conf").c_str(), (char*)nullptr);
     _exit(127);
   }
   waitpid(starter, nullptr, 0);
@@ -126,42 +127,41 @@ int main(int argc, char** argv) {
       if (c != starter) daemon = c;
     return daemon != 0;
   });
-  if (!daemon) return fprintf(stderr, "supervisor not found\n"), 1;
-  if (!waitFor(30, [&] { return static_cast<int>(liveChildren(daemon).size()) == ports; }))
-    return fprintf(stderr, "children did not start\n"), 1;
-  const int fdsBefore = openDescriptors(daemon);
-  const long rssBefore = residentKiB(daemon);
+  return daemon;
+}
 
-  int restarts = 0;
+// Kills a child of daemon f->kills times, each time waiting for its
+// restart; counts the restarts and their time.
+void killChildren(int daemon, Figures* f) {
   const double t0 = now();
-  for (int k = 0; k < kills; ++k) {
+  for (int k = 0; k < f->kills; ++k) {
     std::set<int> before = liveChildren(daemon);
     int victim = *before.begin();
     kill(victim, SIGKILL);
     bool back = waitFor(30, [&] {
       std::set<int> live = liveChildren(daemon);
-      return static_cast<int>(live.size()) == ports && !live.count(victim);
+      return static_cast<int>(live.size()) == f->ports && !live.count(victim);
     });
     if (!back) {
       fprintf(stderr, "no restart after kill %d\n", k + 1);
       break;
     }
-    ++restarts;
+    ++f->restarts;
   }
-  const double elapsed = now() - t0;
-  usleep(500000);
-  int zombies = 0;
-  for (int c : childrenOf(daemon))
-    if (stateOf(c) == 'Z') ++zombies;
-  const int fdsAfter = openDescriptors(daemon);
-  const long rssAfter = residentKiB(daemon);
+  f->elapsed = now() - t0;
+}
 
-  printf("kills %d, restarts counted %d, in %.0f s (%.2f s per restart)\n", kills, restarts, elapsed,
-         restarts ? elapsed / restarts : 0.0);
-  printf("zombies left %d\n", zombies);
-  printf("supervisor descriptors before %d after %d\n", fdsBefore, fdsAfter);
-  printf("supervisor resident memory before %ld KiB after %ld KiB\n", rssBefore, rssAfter);
+// The figures, on standard output.
+void report(const Figures& f) {
+  printf("kills %d, restarts counted %d, in %.0f s (%.2f s per restart)\n", f.kills, f.restarts, f.elapsed,
+         f.restarts ? f.elapsed / f.restarts : 0.0);
+  printf("zombies left %d\n", f.zombies);
+  printf("supervisor descriptors before %d after %d\n", f.fdsBefore, f.fdsAfter);
+  printf("supervisor resident memory before %ld KiB after %ld KiB\n", f.rssBefore, f.rssAfter);
+}
 
+// Stops the daemon and its children, and removes dir.
+void stopAll(int daemon, const std::vector<int>& fds, const std::string& dir) {
   std::vector<int> left = childrenOf(daemon);
   kill(daemon, SIGINT);
   waitpid(daemon, nullptr, 0);
@@ -170,5 +170,38 @@ int main(int argc, char** argv) {
   }
   for (int fd : fds) close(fd);
   system(("rm -rf " + dir).c_str());
-  return restarts == kills && zombies == 0 && fdsAfter == fdsBefore ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) {
+    fprintf(stderr, "usage: %s SERIAL_INGEST STANDIN_DIR [kills] [ports]\n", argv[0]);
+    return 2;
+  }
+  Figures f;
+  f.kills = argc > 3 ? atoi(argv[3]) : 500;
+  f.ports = argc > 4 ? atoi(argv[4]) : 4;
+  char tmpl[] = "/tmp/daemonsoakXXXXXX";
+  if (!mkdtemp(tmpl)) return perror("mkdtemp"), 1;
+  const std::string dir = tmpl;
+  mkdir((dir + "/reports").c_str(), 0755);
+  std::vector<int> fds;
+  if (!writePorts(dir, f.ports, &fds)) return 1;
+  const int daemon = startSupervisor(argv[1], argv[2], dir);
+  if (!daemon) return fprintf(stderr, "supervisor not found\n"), 1;
+  if (!waitFor(30, [&] { return static_cast<int>(liveChildren(daemon).size()) == f.ports; }))
+    return fprintf(stderr, "children did not start\n"), 1;
+  f.fdsBefore = openDescriptors(daemon);
+  f.rssBefore = residentKiB(daemon);
+
+  killChildren(daemon, &f);
+  usleep(500000);
+  for (int c : childrenOf(daemon))
+    if (stateOf(c) == 'Z') ++f.zombies;
+  f.fdsAfter = openDescriptors(daemon);
+  f.rssAfter = residentKiB(daemon);
+  report(f);
+  stopAll(daemon, fds, dir);
+  return f.restarts == f.kills && f.zombies == 0 && f.fdsAfter == f.fdsBefore ? 0 : 1;
 }

@@ -72,6 +72,130 @@ struct Port {
   std::string station;
 };
 
+// The site in root: its folders, the environment naming it, and a station
+// with its own port number and archive for each port.
+void makeSite(const char* root, std::vector<Port>& ports) {
+  const std::string ops = std::string(root) + "/projects/b/o";
+  for (const std::string& d : {std::string(root) + "/config", std::string(root) + "/projects", std::string(root) + "/projects/b", ops, std::string(root) + "/raw"})
+    mkdir(d.c_str(), 0755);
+  setenv("HERON", root, 1);
+  setenv("PROJECT", "b", 1);
+  setenv("OPS", "o", 1);
+  std::ofstream kites(std::string(root) + "/config/kites_config"), archives(ops + "/archive_config");
+  std::ofstream(ops + "/channel_config") << "timetag msecs ;\n";
+  archives << "directory \"" << root << "/raw\" ;\n";
+  for (size_t i = 0; i < ports.size(); ++i) {
+    Port& p = ports[i];
+    p.station = "bench" + std::to_string(i);
+    p.number = 4000 + static_cast<int>(getpid() % 1000) * 32 + static_cast<int>(i);
+    kites << "kites_number " << p.station << " " << p.number << "\n";
+    archives << "archive " << p.station << " \"" << p.station << "_%Y%m%d_%H%M%S.raw\" 3600 ;\n";
+  }
+}
+
+// Runs ingest on a pseudo-terminal for each port and waits until each has
+// registered; false, reported, when a terminal cannot be opened.
+bool startPorts(const char* ingest, std::vector<Port>& ports) {
+  for (Port& p : ports) {
+    int slave;
+    char name[64];
+    struct termios raw;
+    if (openpty(&p.master, &slave, name, nullptr, nullptr) != 0 || tcgetattr(slave, &raw) != 0) return perror("openpty"), false;
+    cfmakeraw(&raw);
+    tcsetattr(slave, TCSANOW, &raw);
+    p.pid = fork();
+    if (p.pid == 0) {
+      const std::string fd = std::to_string(slave);
+      execl(ingest, p.station.c_str(), fd.c_str(), name, static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    close(slave);
+  }
+  for (Port& p : ports)
+    for (int k = 0; k < 100 && !registered(static_cast<rpcprog_t>(INGEST_PROG + p.number)); ++k) usleep(50000);
+  return true;
+}
+
+// Connects nclients live clients to each port, and one more to port 0
+// (*stalled, never read); false, reported, when one cannot connect.
+bool connectClients(std::vector<Port>& ports, int nclients, std::vector<struct pollfd>* fds, int* stalled) {
+  uint32_t all[8];
+  memset(all, 0xff, sizeof all);
+  for (Port& p : ports)
+    for (int c = 0; c < nclients + (&p == &ports[0]); ++c) {
+      int err;
+      ingest_connect* ic = call_ingest_server(p.station.c_str(), p.number, "127.0.0.1", all, 0, &err);
+      if (!ic) return ingest_perror(p.station.c_str(), "127.0.0.1", err), false;
+      if (c == nclients) *stalled = ic->socketfd;  // never read
+      else fds->push_back({ic->socketfd, POLLIN, 0});
+      free_ingest_connect(ic);
+    }
+  return true;
+}
+
+// One sample per port each millisecond until done: header, the write time,
+// padding, and the end-of-message byte.
+void feedPorts(const std::vector<Port>& ports, const std::atomic<bool>& done) {
+  struct timespec next;
+  clock_gettime(CLOCK_MONOTONIC, &next);
+  char buf[21] = {};
+  buf[4] = 1;
+  buf[5] = 14;
+  buf[20] = 3;
+  while (!done) {
+    struct timespec wall;
+    clock_gettime(CLOCK_REALTIME, &wall);
+    const uint32_t tt = htonl(static_cast<uint32_t>(wall.tv_sec % 86400 * 1000 + wall.tv_nsec / 1000000));
+    memcpy(buf, &tt, 4);
+    for (const Port& p : ports) {
+      const long long t = monoNanos();
+      memcpy(buf + 6, &t, sizeof t);
+      if (write(p.master, buf, sizeof buf) != sizeof buf) perror("write");
+    }
+    next.tv_nsec += 1000000;
+    if (next.tv_nsec >= 1000000000) next.tv_sec += 1, next.tv_nsec -= 1000000000;
+    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
+  }
+}
+
+// Reads what client fd has; the delay of each whole sample received after
+// warm goes to delays.
+void takeSamples(int fd, std::string& pending, long long warm, std::vector<long long>* delays) {
+  char buf[8192];
+  ssize_t n = read(fd, buf, sizeof buf);
+  if (n <= 0) return;
+  const long long got = monoNanos();
+  pending.append(buf, static_cast<size_t>(n));
+  size_t at = 0;
+  for (; at + 20 <= pending.size(); at += 20) {
+    long long sent;
+    memcpy(&sent, pending.data() + at + 6, sizeof sent);
+    if (got >= warm) delays->push_back(got - sent);
+  }
+  pending.erase(0, at);
+}
+
+// Reads the clients for two seconds of warm-up and seconds more; returns
+// the delays, and in cpu the CPU each port took after the warm-up, in per
+// cent of a core.
+std::vector<long long> measure(std::vector<struct pollfd>& fds, const std::vector<Port>& ports, int seconds,
+                               std::vector<double>* cpu) {
+  std::vector<long long> delays;
+  std::vector<std::string> pending(fds.size());
+  const long long warm = monoNanos() + 2000000000LL, end = warm + seconds * 1000000000LL;
+  std::vector<long long> cpu0;
+  for (long long now = monoNanos(); now < end; now = monoNanos()) {
+    if (cpu0.empty() && now >= warm)
+      for (const Port& p : ports) cpu0.push_back(cpuTicks(p.pid));
+    if (poll(fds.data(), fds.size(), 100) < 0) break;
+    for (size_t i = 0; i < fds.size(); ++i)
+      if (fds[i].revents & POLLIN) takeSamples(fds[i].fd, pending[i], warm, &delays);
+  }
+  for (size_t i = 0; i < ports.size(); ++i)
+    cpu->push_back(100.0 * static_cast<double>(cpuTicks(ports[i].pid) - cpu0[i]) / sysconf(_SC_CLK_TCK) / seconds);
+  return delays;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -83,112 +207,18 @@ int main(int argc, char** argv) {
   const int seconds = argc > 4 ? atoi(argv[4]) : 10;
   char root[] = "/tmp/ingest-bench-XXXXXX";
   if (!mkdtemp(root)) return perror("mkdtemp"), 1;
-  const std::string ops = std::string(root) + "/projects/b/o";
-  for (const std::string& d : {std::string(root) + "/config", std::string(root) + "/projects", std::string(root) + "/projects/b", ops, std::string(root) + "/raw"})
-    mkdir(d.c_str(), 0755);
-  setenv("HERON", root, 1);
-  setenv("PROJECT", "b", 1);
-  setenv("OPS", "o", 1);
   std::vector<Port> ports(static_cast<size_t>(nports));
-  std::ofstream kites(std::string(root) + "/config/kites_config"), archives(ops + "/archive_config");
-  std::ofstream(ops + "/channel_config") << "timetag msecs ;\n";
-  archives << "directory \"" << root << "/raw\" ;\n";
-  for (int i = 0; i < nports; ++i) {
-    Port& p = ports[static_cast<size_t>(i)];
-    p.station = "bench" + std::to_string(i);
-    p.number = 4000 + static_cast<int>(getpid() % 1000) * 32 + i;
-    kites << "kites_number " << p.station << " " << p.number << "\n";
-    archives << "archive " << p.station << " \"" << p.station << "_%Y%m%d_%H%M%S.raw\" 3600 ;\n";
-  }
-  kites.close();
-  archives.close();
+  makeSite(root, ports);
   signal(SIGPIPE, SIG_IGN);
-
-  for (Port& p : ports) {
-    int slave;
-    char name[64];
-    struct termios raw;
-    if (openpty(&p.master, &slave, name, nullptr, nullptr) != 0 || tcgetattr(slave, &raw) != 0) return perror("openpty"), 1;
-    cfmakeraw(&raw);
-    tcsetattr(slave, TCSANOW, &raw);
-    p.pid = fork();
-    if (p.pid == 0) {
-      const std::string fd = std::to_string(slave);
-      execl(argv[1], p.station.c_str(), fd.c_str(), name, static_cast<char*>(nullptr));
-      _exit(127);
-    }
-    close(slave);
-  }
-  for (Port& p : ports)
-    for (int k = 0; k < 100 && !registered(static_cast<rpcprog_t>(INGEST_PROG + p.number)); ++k) usleep(50000);
-
-  uint32_t all[8];
-  memset(all, 0xff, sizeof all);
+  if (!startPorts(argv[1], ports)) return 1;
   std::vector<struct pollfd> fds;
   int stalled = -1;
-  for (Port& p : ports)
-    for (int c = 0; c < nclients + (&p == &ports[0]); ++c) {
-      int err;
-      ingest_connect* ic = call_ingest_server(p.station.c_str(), p.number, "127.0.0.1", all, 0, &err);
-      if (!ic) return ingest_perror(p.station.c_str(), "127.0.0.1", err), 1;
-      if (c == nclients) stalled = ic->socketfd;  // never read
-      else fds.push_back({ic->socketfd, POLLIN, 0});
-      free_ingest_connect(ic);
-    }
+  if (!connectClients(ports, nclients, &fds, &stalled)) return 1;
 
-  // One sample per port each millisecond: header, the write time, padding,
-  // and the end-of-message byte.
   std::atomic<bool> done(false);
-  std::thread writer([&] {
-    struct timespec next;
-    clock_gettime(CLOCK_MONOTONIC, &next);
-    char buf[21] = {};
-    buf[4] = 1;
-    buf[5] = 14;
-    buf[20] = 3;
-    while (!done) {
-      struct timespec wall;
-      clock_gettime(CLOCK_REALTIME, &wall);
-      const uint32_t tt = htonl(static_cast<uint32_t>(wall.tv_sec % 86400 * 1000 + wall.tv_nsec / 1000000));
-      memcpy(buf, &tt, 4);
-      for (Port& p : ports) {
-        const long long t = monoNanos();
-        memcpy(buf + 6, &t, sizeof t);
-        if (write(p.master, buf, sizeof buf) != sizeof buf) perror("write");
-      }
-      next.tv_nsec += 1000000;
-      if (next.tv_nsec >= 1000000000) next.tv_sec += 1, next.tv_nsec -= 1000000000;
-      clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
-    }
-  });
-
-  std::vector<long long> delays;
-  std::vector<std::string> pending(fds.size());
-  const long long warm = monoNanos() + 2000000000LL, end = warm + seconds * 1000000000LL;
-  std::vector<long long> cpu0;
-  for (long long now = monoNanos(); now < end; now = monoNanos()) {
-    if (cpu0.empty() && now >= warm)
-      for (Port& p : ports) cpu0.push_back(cpuTicks(p.pid));
-    if (poll(fds.data(), fds.size(), 100) < 0) break;
-    for (size_t i = 0; i < fds.size(); ++i) {
-      if (!(fds[i].revents & POLLIN)) continue;
-      char buf[8192];
-      ssize_t n = read(fds[i].fd, buf, sizeof buf);
-      if (n <= 0) continue;
-      const long long got = monoNanos();
-      pending[i].append(buf, static_cast<size_t>(n));
-      size_t at = 0;
-      for (; at + 20 <= pending[i].size(); at += 20) {
-        long long sent;
-        memcpy(&sent, pending[i].data() + at + 6, sizeof sent);
-        if (got >= warm) delays.push_back(got - sent);
-      }
-      pending[i].erase(0, at);
-    }
-  }
+  std::thread writer(feedPorts, std::cref(ports), std::cref(done));
   std::vector<double> cpu;
-  for (size_t i = 0; i < ports.size(); ++i)
-    cpu.push_back(100.0 * static_cast<double>(cpuTicks(ports[i].pid) - cpu0[i]) / sysconf(_SC_CLK_TCK) / seconds);
+  std::vector<long long> delays = measure(fds, ports, seconds, &cpu);
   done = true;
   writer.join();
   std::sort(delays.begin(), delays.end());

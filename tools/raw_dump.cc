@@ -235,6 +235,75 @@ int readOptions(int argc, char** argv, Options* o) {
   return -1;
 }
 
+// Start time of the i-th FILE, name: its -s, else the one startOf() finds.
+// False, reported, when its -s cannot be read.
+bool startTime(const Options& o, int i, const char* name, int local, const double* day, double* start) {
+  if (i >= static_cast<int>(o.startTexts.size())) {
+    *start = startOf(name, day);
+    return true;
+  }
+  if (readTime(o.startTexts[static_cast<size_t>(i)], local, start)) return true;
+  fprintf(stderr, "raw_dump: cannot read the start time \"%s\"\n", o.startTexts[static_cast<size_t>(i)]);
+  return false;
+}
+
+// Makes each FILE an input of merge.  False, reported, when a start time
+// cannot be read.
+bool addInputs(const Options& o, char** files, int nfiles, int local, const double* day, RawDataInputs* merge) {
+  for (int i = 0; i < nfiles; ++i) {
+    char* name = files[i];
+    double start;
+    if (!startTime(o, i, name, local, day, &start)) return false;
+    std::vector<char*> names(1, name);
+    std::vector<double> times(1, start);
+    merge->addInput(new FilesRawDataInput(i, names, times));
+  }
+  return true;
+}
+
+// Prints the samples of merge's inputs, one line each, until they have all
+// ended; counts the lines in *printed and those cut in *cut.
+void printSamples(RawDataInputs& merge, const Options& o, int nfiles, long* printed, long* cut) {
+  std::vector<int> widths(static_cast<size_t>(nfiles) * 256, -1);
+  char line[128 + RawSample::maxTextLen + 4096];
+  try {
+    for (;;) {
+      double t;
+      RawSample* s = merge.getTrustedSample(t, [&o](const RawSample& r) { return o.channels.test(r.chan); });
+      if (s == nullptr) continue;  // only non-blocking inputs have none now
+      UTime(t).to_charstar(line, 96, o.fmt);
+      size_t n = strlen(line);
+      if (o.words == nullptr && !o.columns) {
+        n += static_cast<size_t>(snprintf(line + n, 16, " %d ", s->ternIndex));
+        n += static_cast<size_t>(s->format(line + n));
+      } else {
+        n += static_cast<size_t>(sprintf(line + n, " %d %d %d %d", s->ternIndex, s->Msecs(), s->chan, s->size()));
+        n += static_cast<size_t>(formatValues(line + n, *s, o, &widths, cut));
+      }
+      line[n++] = '\n';
+      if (fwrite(line, 1, n, stdout) != n) throw oru::IOException("stdout", "write", errno);
+      ++*printed;
+    }
+  } catch (const oru::EOFException&) {
+    // All inputs have ended.
+  }
+}
+
+// Reports the end of the run; returns the exit status, result so far.
+int conclude(const RawDataInputs& merge, long printed, long cut, int result) {
+  if (fflush(stdout) != 0 && result == 0) {
+    fprintf(stderr, "raw_dump: stdout: write: %s\n", strerror(errno));
+    result = 1;
+  }
+  if (cut > 0) fprintf(stderr, "raw_dump: %ld samples had more values than their channel's columns and were cut\n", cut);
+  if (result == 0 && printed == 0 && merge.untrusted() > 0) {
+    fprintf(stderr, "raw_dump: every sample was left out: no time tag could be trusted (is the time-tag type right? see -t)\n");
+    result = 2;
+  }
+  fprintf(stderr, "raw_dump: %ld samples with untrusted time tags left out\n", merge.untrusted());
+  return result;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -260,59 +329,15 @@ int main(int argc, char** argv) {
   setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
 
   RawDataInputs merge;
-  std::vector<int> widths(static_cast<size_t>(nfiles) * 256, -1);
   long printed = 0, cut = 0;
   int result = 0;
   try {
-    for (int i = 0; i < nfiles; ++i) {
-      char* name = argv[optind + i];
-      double start;
-      if (i < static_cast<int>(o.startTexts.size())) {
-        if (!readTime(o.startTexts[static_cast<size_t>(i)], local, &start)) {
-          fprintf(stderr, "raw_dump: cannot read the start time \"%s\"\n", o.startTexts[static_cast<size_t>(i)]);
-          return 1;
-        }
-      } else {
-        start = startOf(name, o.dayText != nullptr ? &day : nullptr);
-      }
-      std::vector<char*> names(1, name);
-      std::vector<double> times(1, start);
-      merge.addInput(new FilesRawDataInput(i, names, times));
-    }
-    char line[128 + RawSample::maxTextLen + 4096];
-    for (;;) {
-      double t;
-      RawSample* s = merge.getTrustedSample(t, [&o](const RawSample& r) { return o.channels.test(r.chan); });
-      if (s == nullptr) continue;  // only non-blocking inputs have none now
-      UTime(t).to_charstar(line, 96, o.fmt);
-      size_t n = strlen(line);
-      if (o.words == nullptr && !o.columns) {
-        n += static_cast<size_t>(snprintf(line + n, 16, " %d ", s->ternIndex));
-        n += static_cast<size_t>(s->format(line + n));
-      } else {
-        n += static_cast<size_t>(sprintf(line + n, " %d %d %d %d", s->ternIndex, s->Msecs(), s->chan, s->size()));
-        n += static_cast<size_t>(formatValues(line + n, *s, o, &widths, &cut));
-      }
-      line[n++] = '\n';
-      if (fwrite(line, 1, n, stdout) != n) throw oru::IOException("stdout", "write", errno);
-      ++printed;
-    }
-  } catch (const oru::EOFException&) {
-    // All inputs have ended.
+    if (!addInputs(o, argv + optind, nfiles, local, o.dayText != nullptr ? &day : nullptr, &merge)) return 1;
+    printSamples(merge, o, nfiles, &printed, &cut);
   } catch (const oru::Exception& e) {
     fflush(stdout);
     fprintf(stderr, "raw_dump: %s\n", e.toString().c_str());
     result = 1;
   }
-  if (fflush(stdout) != 0 && result == 0) {
-    fprintf(stderr, "raw_dump: stdout: write: %s\n", strerror(errno));
-    result = 1;
-  }
-  if (cut > 0) fprintf(stderr, "raw_dump: %ld samples had more values than their channel's columns and were cut\n", cut);
-  if (result == 0 && printed == 0 && merge.untrusted() > 0) {
-    fprintf(stderr, "raw_dump: every sample was left out: no time tag could be trusted (is the time-tag type right? see -t)\n");
-    result = 2;
-  }
-  fprintf(stderr, "raw_dump: %ld samples with untrusted time tags left out\n", merge.untrusted());
-  return result;
+  return conclude(merge, printed, cut, result);
 }

@@ -78,6 +78,13 @@ class TimeTagGuard {
 
  private:
   static TTtype siteType();
+  // The steps of guarded() for a tag of ms milliseconds at time t: one
+  // not earlier than the last accepted; one much earlier, of the next day;
+  // earlier ones believed at last; other earlier ones.
+  double later(long ms, double t, const char* name);
+  double nextDay(long ms, double t, const char* name);
+  double believeEarlier(long ms, double t, const char* name, bool liveRollover);
+  double earlier(long ms, double t, const char* name);
   double accept(long ms, double t) {
     lastTT = ms;
     lastUT = t;

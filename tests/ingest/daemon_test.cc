@@ -86,7 +86,6 @@ TEST_F(Daemon, SupervisesThisHostsPortsRestartsRereadsAndEndsOnSigint) {
   EXPECT_EQ(dump.status, 1);
   EXPECT_EQ(dump.err, "Opened: " + port + "\nIOException: " + port + ": lock: port in use: locked by process " +
                           daemon + "\n");
-
   // A killed child is reported and restarted, not sooner than a second later.
   const std::string first = find(rs, "mine")->at("pid");
   const auto killedAt = std::chrono::steady_clock::now();
@@ -94,13 +93,11 @@ TEST_F(Daemon, SupervisesThisHostsPortsRestartsRereadsAndEndsOnSigint) {
   EXPECT_NE(site.waitLog("mine [" + first + "] has exited/stopped, exit value:0, signal:SIGKILL(9)"), "");
   EXPECT_NE(find(site.reports(4), "mine", first), nullptr);
   EXPECT_GE(std::chrono::steady_clock::now() - killedAt, std::chrono::seconds(1));
-
   // SIGHUP picks up a new entry.
   site.writeConfig(table + serialLine("late", "-", site.addPort()));
   kill(atoi(daemon.c_str()), SIGHUP);
   EXPECT_NE(site.waitLog("received SIGHUP signal, will reread ingest.conf"), "");
   EXPECT_NE(find(site.reports(5), "late"), nullptr);
-
   // SIGINT ends the supervisor and leaves the children running.
   kill(atoi(daemon.c_str()), SIGINT);
   EXPECT_NE(site.waitLog("received 2 signal, terminating"), "");

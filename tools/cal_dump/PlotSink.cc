@@ -33,6 +33,114 @@ bool writeAll(int fd, const std::string& s) {
   return true;
 }
 
+using Points = std::vector<std::vector<std::pair<double, double>>>;
+using Curves = std::map<std::string, std::vector<size_t>>;
+
+// The script's settings: the terminal, the image, the time axis.
+std::string settings(int width, int height, const std::string& image) {
+  return "set terminal pngcairo size " + std::to_string(width) + "," + std::to_string(height) +
+         " noenhanced\nset output " + quoted(image) +
+         "\nset xdata time\nset timefmt '%s'\nset format x '%H:%M:%S'\nset grid\n"
+         "set key outside right top\nset lmargin at screen 0.1\nset rmargin at screen 0.8\n";
+}
+
+// gnuplot's data blocks: $dC holds column C's points, thinned to at most
+// kMaxPoints.
+std::string dataBlocks(const Points& points, size_t maxPoints) {
+  std::string script;
+  char line[64];
+  for (size_t c = 0; c < points.size(); ++c) {
+    if (points[c].empty()) continue;
+    const size_t stride = (points[c].size() + maxPoints - 1) / maxPoints;
+    script += "$d" + std::to_string(c) + " << EOD\n";
+    for (size_t i = 0; i < points[c].size(); i += stride) {
+      snprintf(line, sizeof line, "%.3f %.7g\n", points[c][i].first, points[c][i].second);
+      script += line;
+    }
+    script += "EOD\n";
+  }
+  return script;
+}
+
+// One time axis for all panels: the span of all values, from column
+// first's first one on.
+std::string timeRange(const Points& points, size_t first) {
+  double from = points[first].front().first, to = from;
+  for (const auto& p : points)
+    if (!p.empty()) from = std::min(from, p.front().first), to = std::max(to, p.back().first);
+  char line[64];
+  snprintf(line, sizeof line, "set xrange ['%.3f':'%.3f']\n", from, to > from ? to : from + 1);
+  return line;
+}
+
+// The panels, one per unit, each with its columns' curves.
+std::string panelPlots(const std::vector<std::string>& units, Curves& curves, const std::vector<Column>& columns) {
+  std::string script = "set multiplot layout " + std::to_string(units.size()) + ",1\n";
+  for (size_t p = 0; p < units.size(); ++p) {
+    script += "set ylabel " + quoted(units[p].empty() ? "(no unit)" : units[p]) + "\n";
+    script += p + 1 == units.size() ? "set xlabel 'time (UTC)'\n" : "unset xlabel\n";
+    std::string plot = "plot ";
+    for (size_t c : curves[units[p]])
+      plot += (plot.size() > 5 ? ", " : "") + std::string("$d") + std::to_string(c) +
+              " using 1:2 with lines title " + quoted(columns[c].name);
+    script += plot + "\n";
+  }
+  return script + "unset multiplot\n";
+}
+
+// Starts gnuplot with its standard input from in and its standard error
+// into err; returns its process id.
+pid_t startGnuplot(const int in[2], FILE* err) {
+  const pid_t pid = fork();
+  if (pid < 0) throw oru::IOException("gnuplot", "fork", errno);
+  if (pid == 0) {
+    dup2(in[0], 0);
+    dup2(fileno(err), 2);
+    close(in[0]);
+    close(in[1]);
+    execlp("gnuplot", "gnuplot", static_cast<char*>(nullptr));
+    fprintf(stderr, "cannot run gnuplot: %s\n", strerror(errno));
+    _exit(127);
+  }
+  return pid;
+}
+
+// Hands gnuplot its script and waits for it to end; returns its status.
+int feedGnuplot(pid_t pid, const int in[2], const std::string& script) {
+  close(in[0]);
+  struct sigaction ignore = {}, old;
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGPIPE, &ignore, &old);  // gnuplot may end before it has read everything
+  writeAll(in[1], script);
+  close(in[1]);
+  sigaction(SIGPIPE, &old, nullptr);
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0)
+    if (errno != EINTR) throw oru::IOException("gnuplot", "waitpid", errno);
+  return status;
+}
+
+// Everything in err, which it closes.
+std::string drain(FILE* err) {
+  std::string message;
+  rewind(err);
+  for (int ch; (ch = getc(err)) != EOF;) message += static_cast<char>(ch);
+  fclose(err);
+  return message;
+}
+
+// Runs gnuplot on script, drawing into path.
+void runGnuplot(const std::string& script, const std::string& path) {
+  FILE* err = tmpfile();
+  int in[2];
+  if (err == nullptr || pipe(in) != 0) throw oru::IOException("gnuplot", "pipe", errno);
+  const int status = feedGnuplot(startGnuplot(in, err), in, script);
+  const std::string message = drain(err);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+    throw std::runtime_error("gnuplot failed on " + path + (message.empty() ? "" : ": " + message));
+  if (!message.empty()) fprintf(stderr, "cal_dump: gnuplot: %s", message.c_str());
+}
+
 }  // namespace
 
 PlotSink::PlotSink(const std::string& path, int width, int height, const std::vector<Column>& columns,
@@ -51,7 +159,7 @@ void PlotSink::row(const Record& r) {
 void PlotSink::finish() {
   // The panels: one per unit, in the order the columns first give them.
   std::vector<std::string> units;
-  std::map<std::string, std::vector<size_t>> curves;
+  Curves curves;
   for (size_t c = 0; c < columns_.size(); ++c) {
     if (points_[c].empty()) continue;
     if (curves.count(columns_[c].units) == 0) units.push_back(columns_[c].units);
@@ -61,69 +169,8 @@ void PlotSink::finish() {
 
   OutputFile image(path_);
   const int height = height_ > 0 ? height_ : 250 * static_cast<int>(units.size()) + 30;
-  std::string script = "set terminal pngcairo size " + std::to_string(width_) + "," + std::to_string(height) +
-                       " noenhanced\nset output " + quoted(image.tempPath()) +
-                       "\nset xdata time\nset timefmt '%s'\nset format x '%H:%M:%S'\nset grid\n"
-                       "set key outside right top\nset lmargin at screen 0.1\nset rmargin at screen 0.8\n";
-  char line[64];
-  for (size_t c = 0; c < columns_.size(); ++c) {
-    if (points_[c].empty()) continue;
-    const size_t stride = (points_[c].size() + kMaxPoints - 1) / kMaxPoints;
-    script += "$d" + std::to_string(c) + " << EOD\n";
-    for (size_t i = 0; i < points_[c].size(); i += stride) {
-      snprintf(line, sizeof line, "%.3f %.7g\n", points_[c][i].first, points_[c][i].second);
-      script += line;
-    }
-    script += "EOD\n";
-  }
-  // One time axis for all panels: the span of all values.
-  double first = points_[curves[units[0]][0]].front().first, last = first;
-  for (const auto& p : points_)
-    if (!p.empty()) first = std::min(first, p.front().first), last = std::max(last, p.back().first);
-  snprintf(line, sizeof line, "set xrange ['%.3f':'%.3f']\n", first, last > first ? last : first + 1);
-  script += line;
-  script += "set multiplot layout " + std::to_string(units.size()) + ",1\n";
-  for (size_t p = 0; p < units.size(); ++p) {
-    script += "set ylabel " + quoted(units[p].empty() ? "(no unit)" : units[p]) + "\n";
-    script += p + 1 == units.size() ? "set xlabel 'time (UTC)'\n" : "unset xlabel\n";
-    std::string plot = "plot ";
-    for (size_t c : curves[units[p]])
-      plot += (plot.size() > 5 ? ", " : "") + std::string("$d") + std::to_string(c) +
-              " using 1:2 with lines title " + quoted(columns_[c].name);
-    script += plot + "\n";
-  }
-  script += "unset multiplot\n";
-
-  FILE* err = tmpfile();
-  int in[2];
-  if (err == nullptr || pipe(in) != 0) throw oru::IOException("gnuplot", "pipe", errno);
-  const pid_t pid = fork();
-  if (pid < 0) throw oru::IOException("gnuplot", "fork", errno);
-  if (pid == 0) {
-    dup2(in[0], 0);
-    dup2(fileno(err), 2);
-    close(in[0]);
-    close(in[1]);
-    execlp("gnuplot", "gnuplot", static_cast<char*>(nullptr));
-    fprintf(stderr, "cannot run gnuplot: %s\n", strerror(errno));
-    _exit(127);
-  }
-  close(in[0]);
-  struct sigaction ignore = {}, old;
-  ignore.sa_handler = SIG_IGN;
-  sigaction(SIGPIPE, &ignore, &old);  // gnuplot may end before it has read everything
-  writeAll(in[1], script);
-  close(in[1]);
-  sigaction(SIGPIPE, &old, nullptr);
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0)
-    if (errno != EINTR) throw oru::IOException("gnuplot", "waitpid", errno);
-  std::string message;
-  rewind(err);
-  for (int ch; (ch = getc(err)) != EOF;) message += static_cast<char>(ch);
-  fclose(err);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-    throw std::runtime_error("gnuplot failed on " + path_ + (message.empty() ? "" : ": " + message));
-  if (!message.empty()) fprintf(stderr, "cal_dump: gnuplot: %s", message.c_str());
+  runGnuplot(settings(width_, height, image.tempPath()) + dataBlocks(points_, kMaxPoints) +
+                 timeRange(points_, curves[units[0]][0]) + panelPlots(units, curves, columns_),
+             path_);
   image.commit();
 }

@@ -161,19 +161,27 @@ class Progress {
   double start_, end_, last_ = 0;
 };
 
-int run(const Options& o) {
-  CalConfig cfg;
+// The variables named, and those of the pairs when variables are named.
+std::vector<std::string> variableNames(const Options& o) {
   std::vector<std::string> names = o.variables;
   for (const auto& p : o.pairs)
     for (const std::string& n : {p.first, p.second})
       if (!o.variables.empty() && std::find(names.begin(), names.end(), n) == names.end()) names.push_back(n);
-  const std::vector<HeronDataId*> ids = registerVariables(cfg, names);
-  cfg.InitializeFunctions();
+  return names;
+}
+
+// A column per variable, with its unit.
+std::vector<Column> columnsOf(CalConfig& cfg, const std::vector<HeronDataId*>& ids) {
   std::vector<const char*> idNames;
   for (const HeronDataId* id : ids) idNames.push_back(id->name.c_str());
   const std::vector<std::string> units = cfg.GetUnits(idNames);
   std::vector<Column> columns;
   for (size_t i = 0; i < ids.size(); ++i) columns.push_back({ids[i]->name, units[i]});
+  return columns;
+}
+
+// The columns of each pair of variables.
+std::vector<std::pair<int, int>> pairColumns(const Options& o, const std::vector<Column>& columns) {
   std::vector<std::pair<int, int>> pairs;
   for (const auto& p : o.pairs) {
     int a = -1, b = -1;
@@ -184,44 +192,67 @@ int run(const Options& o) {
     if (a < 0 || b < 0) throw BadConfigurationException("Unknown variable: " + (a < 0 ? p.first : p.second));
     pairs.emplace_back(a, b);
   }
+  return pairs;
+}
 
-  // Output, then the sinks that write into it (destroyed first).
-  OutputFile out(o.output);
-  const std::vector<Column> written = o.interval > 0 ? IntervalStats::statsColumns(columns, pairs) : columns;
+// Whether the samples are written in FullDataSample's own forms.
+bool directForm(const Options& o) { return o.format != kCsv && o.format != NETCDF; }
+
+// The sinks the records go to; head takes them.  Destroyed before the
+// output they write into.
+struct Sinks {
   std::unique_ptr<TableSink> table, plot, stats;
   Tee tee;
-  if (o.format == kCsv) table.reset(new CsvSink(out.fp(), written, o.live));
-  if (o.format == NETCDF) table.reset(new NetcdfSink(out.tempPath(), written, title()));
-  const bool direct = o.format != kCsv && o.format != NETCDF;  // FullDataSample's own forms
-  if (direct && o.interval > 0) {
-    // Each statistic carries its variable's index; a covariance its first one's.
-    std::vector<short> indices;
-    for (const HeronDataId* id : ids) indices.insert(indices.end(), 3, id->Index());
-    for (const auto& p : pairs) indices.push_back(ids[static_cast<size_t>(p.first)]->Index());
-    table.reset(new SampleFormSink(out.fp(), static_cast<outputFormat>(o.format), written, indices, o.live));
-  }
-  if (table) tee.add(table.get());
+  TableSink* head = &tee;
+};
+
+// The sink of the table (none for samples written directly).
+TableSink* tableSink(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& written,
+                     const std::vector<std::pair<int, int>>& pairs, OutputFile& out) {
+  if (o.format == kCsv) return new CsvSink(out.fp(), written, o.live);
+  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, title());
+  if (o.interval <= 0) return nullptr;
+  // Each statistic carries its variable's index; a covariance its first one's.
+  std::vector<short> indices;
+  for (const HeronDataId* id : ids) indices.insert(indices.end(), 3, id->Index());
+  for (const auto& p : pairs) indices.push_back(ids[static_cast<size_t>(p.first)]->Index());
+  return new SampleFormSink(out.fp(), static_cast<outputFormat>(o.format), written, indices, o.live);
+}
+
+// The table's sink, the plot's, and the interval statistics before them.
+void buildSinks(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& columns,
+                const std::vector<std::pair<int, int>>& pairs, OutputFile& out, Sinks* sinks) {
+  const std::vector<Column> written = o.interval > 0 ? IntervalStats::statsColumns(columns, pairs) : columns;
+  sinks->table.reset(tableSink(o, ids, written, pairs, out));
+  if (sinks->table) sinks->tee.add(sinks->table.get());
   if (!o.plot.empty()) {
     std::vector<size_t> drawn;  // the values, or their interval means
     for (size_t c = 0; c < columns.size(); ++c) drawn.push_back(o.interval > 0 ? 3 * c : c);
-    plot.reset(new PlotSink(o.plot, o.plotWidth, o.plotHeight, written, drawn));
-    tee.add(plot.get());
+    sinks->plot.reset(new PlotSink(o.plot, o.plotWidth, o.plotHeight, written, drawn));
+    sinks->tee.add(sinks->plot.get());
   }
-  TableSink* head = &tee;
   if (o.interval > 0) {
-    stats.reset(new IntervalStats(o.interval, columns.size(), pairs, &tee));
-    head = stats.get();
+    sinks->stats.reset(new IntervalStats(o.interval, columns.size(), pairs, &sinks->tee));
+    sinks->head = sinks->stats.get();
   }
+}
 
-  if (o.live)
-    cfg.openInputs(SOCK_STREAM);
-  else
-    cfg.openInputs(o.start, o.end);
+// Writes s in the chosen one of FullDataSample's forms.
+void writeDirect(const FullDataSample& s, const Options& o, FILE* fp) {
+  s.Output(fp, static_cast<outputFormat>(o.format), nullptr);
+  if (o.format != BIN && o.format != BINCOLUMN) putc('\n', fp);
+  if (o.live) fflush(fp);
+}
+
+// Reads the calibrated samples into out and head until the inputs end
+// (returns true) or a signal stops the reading; counts the records written.
+bool readAll(CalConfig& cfg, const Options& o, const std::vector<HeronDataId*>& ids, OutputFile& out,
+             TableSink* head, long* records) {
+  const bool direct = directForm(o);
   RowMaker rows(ids);
   Progress progress(!o.live && isatty(2), o.start, o.end);
   SampleStream<TaggedSampleBase> stream;
-  long samples = 0, records = 0;
-  bool ended = false;
+  long samples = 0;
   try {
     while (!RawDataInput::interruptSet) {
       DPlist<TaggedSampleBase> done;
@@ -232,22 +263,25 @@ int run(const Options& o) {
         if (!o.live && (s.ttag < o.start || s.ttag >= o.end)) continue;
         const Record record = rows.make(s);
         if (direct && o.interval <= 0) {
-          s.Output(out.fp(), static_cast<outputFormat>(o.format), nullptr);
-          if (o.format != BIN && o.format != BINCOLUMN) putc('\n', out.fp());
-          if (o.live) fflush(out.fp());
-          ++records;
+          writeDirect(s, o, out.fp());
+          ++*records;
         }
         if (record.group < 0) continue;
-        if (!direct || o.interval > 0) ++records;
+        if (!direct || o.interval > 0) ++*records;
         head->row(record);
       }
       if (ferror(out.fp())) throw oru::IOException(o.output.empty() ? "stdout" : o.output.c_str(), "write", errno);
     }
   } catch (const oru::EOFException&) {
-    ended = true;  // every archive has ended, or the live connection has
+    return true;  // every archive has ended, or the live connection has
   } catch (const oru::InterruptedException&) {
     // the inputs' own handler caught SIGINT, SIGTERM or SIGHUP
   }
+  return false;
+}
+
+// Finishes the output after the reading; returns the exit status.
+int conclude(const Options& o, long records, bool ended, TableSink* head, OutputFile& out) {
   if (RawDataInput::interruptSet && !o.live) {
     fprintf(stderr, "cal_dump: interrupted; %s\n", o.output.empty() ? "output incomplete" : "no file written");
     return 130;
@@ -263,6 +297,27 @@ int run(const Options& o) {
     return 1;
   }
   return 0;
+}
+
+int run(const Options& o) {
+  CalConfig cfg;
+  const std::vector<HeronDataId*> ids = registerVariables(cfg, variableNames(o));
+  cfg.InitializeFunctions();
+  const std::vector<Column> columns = columnsOf(cfg, ids);
+  const std::vector<std::pair<int, int>> pairs = pairColumns(o, columns);
+
+  // Output, then the sinks that write into it (destroyed first).
+  OutputFile out(o.output);
+  Sinks sinks;
+  buildSinks(o, ids, columns, pairs, out, &sinks);
+
+  if (o.live)
+    cfg.openInputs(SOCK_STREAM);
+  else
+    cfg.openInputs(o.start, o.end);
+  long records = 0;
+  const bool ended = readAll(cfg, o, ids, out, sinks.head, &records);
+  return conclude(o, records, ended, sinks.head, out);
 }
 
 }  // namespace

@@ -73,10 +73,8 @@ TEST(InitFaults, ReportedByEachInitFunction) {
       {"plinear", {1, 2, "mb", 3, 4}, E("plinear") + "Invalid number of parameters (5), should be 2 to 4\n", 1},
       {"t_AIR", {1}, E("t_AIR") + "Invalid number of parameters, should be 2\n", 1},
       {"td_linear", {"nosuch.cal"}, missing + E("td_linear") + "Cannot read calibration file nosuch.cal\n", 1},
-      {"td_linear", {"bad.cal"}, "Inconsistant number of calibration parameters in file bad.cal\n"
-                                 "First record contained time + 3 data elements\n"
-                                 "Current record contains time + 2 data elements\n"
-                                 "syntax error in line 2 of calibration file: bad.cal\n", 1},
+      {"td_linear", {"bad.cal"}, "Inconsistant number of calibration parameters in file bad.cal\nFirst record contained time + 3 data elements\n"
+                                 "Current record contains time + 2 data elements\nsyntax error in line 2 of calibration file: bad.cal\n", 1},
       {"td_linear", {"syntax.cal"}, "Unrecognized character, '@' ('\\0100'), at line 1\n"
                                     "syntax error in line 2 of calibration file: syntax.cal\n", 1},
       {"td_linear_dt", {"one.cal"}, E("td_linear_dt") + "Calibration file one.cal has 1 values per record, should have 3\n", 1},
