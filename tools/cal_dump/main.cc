@@ -5,7 +5,8 @@
 //   cal_dump -l [options] [VARIABLE...]
 //
 // The archives that archive_config lists for [START, END) (or, with -l, the
-// ingest servers of the modules, until SIGINT or SIGTERM) are read through
+// ingest servers of the modules, through their restarts, until SIGINT,
+// SIGTERM or SIGHUP) are read through
 // the calibration configuration of $HERON/projects/$PROJECT/$OPS.  Each
 // calibrated sample is written in one of FullDataSample's forms (text forms
 // one record per line), as CSV or as NetCDF; -a writes interval statistics
