@@ -108,7 +108,8 @@ TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
   usleep(500000);
   stop = true;
   player.join();
-  usleep(300000);  // the last samples' way through Ingest
+  EXPECT_TRUE(waitFor(out, "," + std::to_string(sent[0] - 1) + ",\n") && waitFor(out, ",," + std::to_string(sent[1] - 1)))
+      << "the last samples";
   ASSERT_EQ(kill(dump, SIGINT), 0);
   int status = -1;
   ASSERT_EQ(waitpid(dump, &status, 0), dump);
