@@ -41,7 +41,6 @@
 #include "calconfig/CalConfig.h"
 #include "calconfig/TaggedSample.h"
 #include "samples/RawDataInput.h"
-#include "samples/RawDataInputs.h"
 
 namespace {
 
@@ -326,6 +325,7 @@ std::unique_ptr<heron::LiveStations> liveStations(CalConfig& cfg) {
   std::vector<heron::LiveStations::Station> stations;
   for (size_t t = 0; t < cfg.sidMatrix.size(); ++t)
     if (cfg.ternWanted(static_cast<int>(t))) stations.push_back({cfg.TernInfo(static_cast<int>(t)).name, static_cast<int>(t)});
+  if (stations.empty()) throw BadConfigurationException("no module of the site reads the wanted variables");
   std::unique_ptr<heron::LiveStations> live(
       new heron::LiveStations(cfg.inputs(), server ? server : "heron", cfg.ingestChannels, stations));
   live->start();
