@@ -85,6 +85,11 @@ class CalConfig : public SidList, public HeronDataIds, public TernList {
   // IngestRawDataInput).  Replaces inputs opened before.
   void openInputs(double start, double end);
   void openInputs(int socketType);
+  // The merger of the inputs (an empty one when none were opened), for a
+  // reader that opens and replaces inputs itself; and whether a module is
+  // one some wanted configuration reads.
+  RawDataInputs& inputs();
+  bool ternWanted(int tern) const;
 
   // Takes raw samples from the inputs until one belongs to a wanted
   // channel, and pushes one TaggedRawSample (kind 1) per configuration
@@ -113,7 +118,6 @@ class CalConfig : public SidList, public HeronDataIds, public TernList {
   ChanBits ingestChannels;
 
  private:
-  bool ternWanted(int tern) const;
   RawDataInputs* newInputs();
 
   std::map<const SidEntry*, ChannelConfig*> _bySid;  // the configuration of each sensor

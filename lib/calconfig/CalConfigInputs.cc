@@ -19,6 +19,8 @@ RawDataInputs* CalConfig::newInputs() {
   return _inputs.get();
 }
 
+RawDataInputs& CalConfig::inputs() { return _inputs ? *_inputs : *newInputs(); }
+
 std::vector<std::string> CalConfig::GetArchiveFileNames(const char* tern, long start, long end,
                                                         std::vector<double>& startTimes) const {
   return ArchiveConfig().GetArchiveFileNames(tern, static_cast<double>(start), static_cast<double>(end), startTimes);

@@ -85,6 +85,8 @@ class RawDataInputs {
   void removeInput(int i);
 
   int size() const { return _ninputs; }
+  // Input i (0 <= i < size()), still owned by the merger.
+  RawDataInput* input(int i) const { return _entries[static_cast<size_t>(i)].input.get(); }
 
  private:
   // One input, the sample read ahead from it, and that sample's time.

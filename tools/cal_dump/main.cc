@@ -5,7 +5,8 @@
 //   cal_dump -l [options] [VARIABLE...]
 //
 // The archives that archive_config lists for [START, END) (or, with -l, the
-// ingest servers of the modules, until SIGINT or SIGTERM) are read through
+// ingest servers of the modules, through their restarts, until SIGINT,
+// SIGTERM or SIGHUP) are read through
 // the calibration configuration of $HERON/projects/$PROJECT/$OPS.  Each
 // calibrated sample is written in one of FullDataSample's forms (text forms
 // one record per line), as CSV or as NetCDF; -a writes interval statistics
@@ -29,6 +30,7 @@
 
 #include "CsvSink.h"
 #include "IntervalStats.h"
+#include "LiveStations.h"
 #include "NetcdfSink.h"
 #include "Options.h"
 #include "OutputFile.h"
@@ -58,7 +60,8 @@ void catchSignals() {
   struct sigaction sa = {};
   sa.sa_handler = onSignal;
   sigemptyset(&sa.sa_mask);
-  if (sigaction(SIGINT, &sa, nullptr) != 0 || sigaction(SIGTERM, &sa, nullptr) != 0)
+  if (sigaction(SIGINT, &sa, nullptr) != 0 || sigaction(SIGTERM, &sa, nullptr) != 0 ||
+      sigaction(SIGHUP, &sa, nullptr) != 0)
     throw oru::IOException("signals", "sigaction", errno);
 }
 
@@ -244,10 +247,31 @@ void writeDirect(const FullDataSample& s, const Options& o, FILE* fp) {
   if (o.live) fflush(fp);
 }
 
-// Reads the calibrated samples into out and head until the inputs end
-// (returns true) or a signal stops the reading; counts the records written.
-bool readAll(CalConfig& cfg, const Options& o, const std::vector<HeronDataId*>& ids, OutputFile& out,
-             TableSink* head, long* records) {
+// The next calibrated samples into done.  Live, the stations' connections
+// that end or fail are the stations' to handle, and a read that has nothing
+// now waits for data up to a second.
+void nextSamples(CalConfig& cfg, SampleStream<TaggedSampleBase>& stream, DPlist<TaggedSampleBase>& done,
+                 heron::LiveStations* live) {
+  if (live == nullptr) {
+    cfg.nextCalibrated(stream, done);
+    return;
+  }
+  try {
+    if (cfg.nextCalibrated(stream, done) > 0)
+      live->tick();
+    else
+      live->service(1000);
+  } catch (const oru::EOFException&) {
+    live->service(1000);  // every station is down
+  } catch (const oru::IOException& e) {
+    live->service(0, e.toString());
+  }
+}
+
+// Reads the calibrated samples into out and head until the archives end or
+// a signal stops the reading; counts the records written.
+void readAll(CalConfig& cfg, const Options& o, const std::vector<HeronDataId*>& ids, OutputFile& out,
+             TableSink* head, heron::LiveStations* live, long* records) {
   const bool direct = directForm(o);
   RowMaker rows(ids);
   Progress progress(!o.live && isatty(2), o.start, o.end);
@@ -256,7 +280,7 @@ bool readAll(CalConfig& cfg, const Options& o, const std::vector<HeronDataId*>& 
   try {
     while (!RawDataInput::interruptSet) {
       DPlist<TaggedSampleBase> done;
-      cfg.nextCalibrated(stream, done);
+      nextSamples(cfg, stream, done, live);
       for (DPlist_iter<TaggedSampleBase> it = done.begin(); it(); ++it) {
         const FullDataSample& s = *static_cast<FullDataSample*>(*it);
         progress.update(++samples, s.ttag);
@@ -273,15 +297,14 @@ bool readAll(CalConfig& cfg, const Options& o, const std::vector<HeronDataId*>& 
       if (ferror(out.fp())) throw oru::IOException(o.output.empty() ? "stdout" : o.output.c_str(), "write", errno);
     }
   } catch (const oru::EOFException&) {
-    return true;  // every archive has ended, or the live connection has
+    // every archive has ended
   } catch (const oru::InterruptedException&) {
     // the inputs' own handler caught SIGINT, SIGTERM or SIGHUP
   }
-  return false;
 }
 
 // Finishes the output after the reading; returns the exit status.
-int conclude(const Options& o, long records, bool ended, TableSink* head, OutputFile& out) {
+int conclude(const Options& o, long records, TableSink* head, OutputFile& out) {
   if (RawDataInput::interruptSet && !o.live) {
     fprintf(stderr, "cal_dump: interrupted; %s\n", o.output.empty() ? "output incomplete" : "no file written");
     return 130;
@@ -292,11 +315,21 @@ int conclude(const Options& o, long records, bool ended, TableSink* head, Output
   }
   head->finish();
   out.commit();
-  if (o.live && ended) {
-    fprintf(stderr, "cal_dump: the ingest server ended the connection\n");
-    return 1;
-  }
   return 0;
+}
+
+// The ingest server named by INGEST_SERVER (default "heron") of every
+// module a wanted configuration reads, connected as far as they answer.
+std::unique_ptr<heron::LiveStations> liveStations(CalConfig& cfg) {
+  const char* server = getenv("INGEST_SERVER");
+  std::vector<heron::LiveStations::Station> stations;
+  for (size_t t = 0; t < cfg.sidMatrix.size(); ++t)
+    if (cfg.ternWanted(static_cast<int>(t))) stations.push_back({cfg.TernInfo(static_cast<int>(t)).name, static_cast<int>(t)});
+  if (stations.empty()) throw BadConfigurationException("no module of the site reads the wanted variables");
+  std::unique_ptr<heron::LiveStations> live(
+      new heron::LiveStations(cfg.inputs(), server ? server : "heron", cfg.ingestChannels, stations));
+  live->start();
+  return live;
 }
 
 int run(const Options& o) {
@@ -311,13 +344,16 @@ int run(const Options& o) {
   Sinks sinks;
   buildSinks(o, ids, columns, pairs, out, &sinks);
 
+  std::unique_ptr<heron::LiveStations> live;
   if (o.live)
-    cfg.openInputs(SOCK_STREAM);
+    live = liveStations(cfg);
   else
     cfg.openInputs(o.start, o.end);
   long records = 0;
-  const bool ended = readAll(cfg, o, ids, out, sinks.head, &records);
-  return conclude(o, records, ended, sinks.head, out);
+  readAll(cfg, o, ids, out, sinks.head, live.get(), &records);
+  const int status = conclude(o, records, sinks.head, out);
+  if (live) fprintf(stderr, "cal_dump: %ld records, %ld reconnections\n", records, live->reconnections());
+  return status;
 }
 
 }  // namespace

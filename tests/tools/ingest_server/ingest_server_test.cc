@@ -173,18 +173,6 @@ TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
   EXPECT_TRUE(archive() == played(0, n)) << archive().size() << " samples archived of " << n;
 }
 
-// Killed, Ingest is started again and takes over the registration its
-// predecessor left.  (What a killed writer leaves in the archive is the
-// archive's round trip, tests/lib/archive.)
-TEST_F(IngestChain, KilledIsStartedAgainAndServes) {
-  start();
-  const pid_t first = ingest_;
-  ASSERT_EQ(kill(first, SIGKILL), 0);
-  ingest_ = site_.waitLogPid("serving program", first);  // started again by the supervisor
-  ASSERT_GT(ingest_, 0);
-  end();
-}
-
 // A full disk is logged and retried; clients keep their data, and the
 // archive is whole once space returns.
 TEST_F(IngestChain, FullDiskIsLoggedServedLiveAndRecovers) {

@@ -1,0 +1,125 @@
+// cal_dump -l through the real chain: started before the daemon, it waits
+// for the two stations' servers, takes every sample once they answer, and
+// rides out one station's Ingest being killed (the supervisor starts it
+// again) while the other flows on.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "ingest/daemon_fixture.h"
+#include "support/rpc_fixture.h"
+
+namespace {
+
+std::string fileText(const std::string& path) {
+  std::ostringstream s;
+  s << std::ifstream(path).rdbuf();
+  return s.str();
+}
+
+// Waits up to 20 s for path to hold text `count` times.
+bool waitFor(const std::string& path, const std::string& text, int count = 1) {
+  for (int k = 0; k < 400; ++k, usleep(50000)) {
+    const std::string t = fileText(path);
+    int n = 0;
+    for (size_t at = t.find(text); at != std::string::npos; at = t.find(text, at + 1)) ++n;
+    if (n >= count) return true;
+  }
+  return false;
+}
+
+TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
+  HERON_REQUIRE_RPCBIND();
+  DaemonSite site;
+  if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
+  heron_test::TestModuleServer module{{"PROJECT=p", "OPS=o"}};
+  ASSERT_TRUE(module.ok()) << module.error();
+  const int number = heron_test::testSystemNumber();
+  int master[2], slave[2];
+  char name[2][64];
+  for (int k = 0; k < 2; ++k) ASSERT_EQ(openpty(&master[k], &slave[k], name[k], nullptr, nullptr), 0);
+  const std::string dir = site.dir(), ops = dir + "/projects/p/o/", out = dir + "/out.csv", err = dir + "/err";
+  mkdir((dir + "/config").c_str(), 0755);
+  std::ofstream(dir + "/config/kites_config") << "kites_number a " << number << "\nkites_number b " << number + 1;
+  std::ofstream(ops + "channel_config") << "timetag msecs ;\n";
+  std::ofstream(ops + "archive_config") << "directory \"" << dir << "\" ;\narchive a \"a%H\" 3600 ;\narchive b \"b%H\" 3600 ;";
+  std::ofstream(ops + "did.config") << "x.a 1 ; v.a 2 ; x.b 3 ; v.b 4 ;";
+  std::ofstream(ops + "prep.config") << "sensor a { module a 200 ; outputs x v ; calibrate serial_short \"big\" ; }\n"
+                                     << "sensor b { module b 200 ; outputs x v ; calibrate serial_short \"big\" ; }\n";
+  site.writeConfig(std::string("a - ") + name[0] + " 230400 none 8 1 none local\nb - " + name[1] + " 230400 none 8 1 none local\n");
+  const pid_t dump = fork();
+  if (dump == 0) {
+    const int o = open(out.c_str(), O_WRONLY | O_CREAT, 0644), e = open(err.c_str(), O_WRONLY | O_CREAT, 0644);
+    if (dup2(o, 1) == 1 && dup2(e, 2) == 2 && setenv("INGEST_SERVER", "127.0.0.1", 1) == 0)
+      execl(CAL_DUMP_BIN, "cal_dump", "-l", "-F", "CSV", "v.a", "v.b", static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  ASSERT_TRUE(waitFor(err, "waiting for its ingest server (RPC: Program not registered); trying every second", 2));
+  ASSERT_EQ(site.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", std::string("PATH=") + INGEST_BIN_DIR + ":/usr/bin:/bin"}), 0);
+  const pid_t daemon = site.waitLogPid("started, config"), ingestA = site.waitLogPid(std::string("a on ") + name[0]);
+  const pid_t ingestB = site.waitLogPid(std::string("b on ") + name[1]);
+  ASSERT_TRUE(waitFor(err, ": connected\n", 2)) << fileText(err);
+
+  // Sample i of a station holds i, every 10 ms from now; a pauses over the
+  // kill, so that each of its samples is either delivered or never sent.
+  std::atomic<int> sent[2] = {{0}, {0}};
+  std::atomic<bool> pauseA{false}, stop{false};
+  std::thread player([&] {
+    for (; !stop; usleep(10000))
+      for (int k = pauseA ? 1 : 0; k < 2; ++k) {
+        const std::string s = heron_test::nowSample(200, static_cast<uint32_t>(sent[k]++)) + '\3';
+        EXPECT_EQ(write(master[k], s.data(), s.size()), static_cast<ssize_t>(s.size()));
+      }
+  });
+  usleep(500000);
+  pauseA = true;
+  const int beforeKill = sent[0];
+  EXPECT_TRUE(waitFor(out, "," + std::to_string(beforeKill - 1) + ",\n"));
+  ASSERT_EQ(kill(ingestA, SIGKILL), 0);
+  const pid_t againA = site.waitLogPid(std::string("a on ") + name[0], ingestA);
+  EXPECT_TRUE(waitFor(err, "a@127.0.0.1: connected again after a gap of")) << fileText(err);
+  const int afterBack = sent[0];
+  pauseA = false;
+  usleep(500000);
+  stop = true;
+  player.join();
+  EXPECT_TRUE(waitFor(out, "," + std::to_string(sent[0] - 1) + ",\n") && waitFor(out, ",," + std::to_string(sent[1] - 1)));
+  int status = -1;
+  ASSERT_TRUE(kill(dump, SIGINT) == 0 && waitpid(dump, &status, 0) == dump);
+  EXPECT_EQ(status, 0);
+  EXPECT_NE(fileText(err).find("a@127.0.0.1: the connection ended (the server closed it)"), std::string::npos);
+  EXPECT_NE(fileText(err).find(" records, 1 reconnections\n"), std::string::npos) << fileText(err);
+
+  // Every sample of b, and of a but those it never sent; b flowed while a
+  // was away.
+  std::istringstream rows(fileText(out).substr(fileText(out).find('\n') + 1));
+  std::set<int> got[2];
+  int bInGap = 0;
+  for (std::string row; std::getline(rows, row);) {
+    const size_t c1 = row.find(','), c2 = row.find(',', c1 + 1);
+    got[c2 == c1 + 1].insert(std::stoi(row.substr(c2 == c1 + 1 ? c2 + 1 : c1 + 1)));
+    bInGap += c2 == c1 + 1 && got[0].count(beforeKill - 1) && !got[0].count(afterBack);
+  }
+  for (int k = 0; k < 2; ++k)
+    for (int i = 0; i < sent[k]; ++i) EXPECT_EQ(got[k].count(i), k == 1 || i < beforeKill || i >= afterBack ? 1u : 0u) << k << i;
+  EXPECT_GT(bInGap, 20);
+
+  ASSERT_EQ(kill(daemon, SIGINT), 0);
+  EXPECT_TRUE(DaemonSite::waitDaemonExit());
+  for (const pid_t ingest : {againA, ingestB})  // ours to reap once the supervisor is gone
+    if (ingest > 0 && kill(ingest, SIGTERM) == 0) waitpid(ingest, nullptr, 0);
+  for (int k = 0; k < 2; ++k) close(master[k]), close(slave[k]);
+}
+
+}  // namespace
