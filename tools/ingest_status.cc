@@ -219,7 +219,7 @@ int watch(const Options& o, const std::vector<std::string>& stations) {
     throw oru::IOException("sigaction", "", errno);
   int status = kCannotAsk;
   while (!stopped) {
-    if (!terminal && !o.json) printf("%s-- %ld\n", status == kCannotAsk ? "" : "\n", static_cast<long>(time(nullptr)));
+    if (!terminal && !o.json) printf("-- %s\n", isoTime(static_cast<double>(time(nullptr))).c_str());
     status = show(o, stations, terminal);
     struct timespec pause = {static_cast<time_t>(o.watch), static_cast<long>(std::fmod(o.watch, 1) * 1e9)};
     while (!stopped && nanosleep(&pause, &pause) != 0 && errno == EINTR) {

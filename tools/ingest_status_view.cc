@@ -5,15 +5,15 @@
 #include <algorithm>
 #include <cmath>
 
-namespace {
-
-std::string iso(double t) {
+std::string isoTime(double t) {
   const time_t s = static_cast<time_t>(std::floor(t));
   struct tm tm;
   char text[32];
   if (gmtime_r(&s, &tm) == nullptr || strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &tm) == 0) return "?";
   return text;
 }
+
+namespace {
 
 std::string age(double a) {
   if (a < 0) return "-";
@@ -82,7 +82,7 @@ void jsonStation(FILE* out, const StationView& v, time_t now) {
   if (v.age < 0)
     fputs(",\n     \"last_sample\": null, \"last_sample_age\": null", out);
   else
-    fprintf(out, ",\n     \"last_sample\": \"%s\", \"last_sample_age\": %.3f", iso(static_cast<double>(now) - v.age).c_str(),
+    fprintf(out, ",\n     \"last_sample\": \"%s\", \"last_sample_age\": %.3f", isoTime(static_cast<double>(now) - v.age).c_str(),
             v.age);
   fprintf(out,
           ",\n     \"rate_10s\": %.2f, \"samples\": %llu, \"bad\": %lu, \"lost\": %lu, \"up_seconds\": %lu,"
@@ -126,7 +126,7 @@ void printChannels(FILE* out, const StationView& v) {
 }
 
 void printJson(FILE* out, const std::vector<StationView>& views, time_t now) {
-  fprintf(out, "{\"time\": \"%s\", \"status\": %d, \"stations\": [\n", iso(static_cast<double>(now)).c_str(),
+  fprintf(out, "{\"time\": \"%s\", \"status\": %d, \"stations\": [\n", isoTime(static_cast<double>(now)).c_str(),
           viewStatus(views));
   for (size_t i = 0; i < views.size(); ++i) {
     jsonStation(out, views[i], now);

@@ -27,6 +27,9 @@ struct StationView {
   std::vector<ingest_connection> connections;  // asked for a single station only
 };
 
+// t (seconds of the wall clock) in ISO 8601 UTC, to the second.
+std::string isoTime(double t);
+
 // The monitoring status of a set of stations: 0 all up, 1 some quiet or
 // archive failing, 2 some down or unregistered.
 int viewStatus(const std::vector<StationView>& views);

@@ -222,6 +222,9 @@ TEST_F(IngestChain, StatusShowsStationsChannelsAndQuiet) {
   for (int chan = 1; chan <= kChannels; ++chan)
     EXPECT_TRUE(std::regex_search(one.out, std::regex("\n +" + std::to_string(chan) + " +1000 +[0-9.]+ +[0-9.]+s\n")))
         << one.out;
+  RunResult watched = runProgram({"/usr/bin/timeout", "--preserve-status", "-s", "INT", "2.5", INGEST_STATUS_BIN, "-w", "1"});
+  EXPECT_EQ(watched.status, 0) << watched.err;
+  EXPECT_GE(std::count(watched.out.begin(), watched.out.end(), '\n'), 6) << watched.out;  // 3 views of 2 lines at least
   RunResult quiet = statusUntil("quiet", 12 - std::chrono::duration<double>(std::chrono::steady_clock::now() - played).count());
   EXPECT_EQ(quiet.status, 1) << quiet.out;
   // What cannot be asked, and what is not a question.
