@@ -64,6 +64,10 @@ struct Options {
   std::string host;
 };
 
+struct Station {
+  std::string name, port;  // the port as ingest.conf has it; empty: unknown
+};
+
 // The library's xdr_void, with the argument list a cast to xdrproc_t wants.
 bool_t noArguments(XDR*, void*) { return TRUE; }
 
@@ -105,9 +109,11 @@ void askConnections(CLIENT* clnt, StationView& v) {
 
 // Asks the station's server on host; what it cannot ask is the station's
 // state (down or unregistered) and its reason.  An unknown station throws.
-StationView ask(const std::string& station, const std::string& host, bool detail) {
+StationView ask(const Station& asked, const std::string& host, bool detail) {
+  const std::string& station = asked.name;
   StationView v;
   v.station = station;
+  v.port = asked.port;
   const int number = TernList::TernInfo(station.c_str()).number;
   const std::string who = station + "@" + host;
   RpcClient clnt(heron_clnt_create(host.c_str(), static_cast<rpcprog_t>(INGEST_PROG + number), INGEST_VERS, &kTimeout));
@@ -128,6 +134,7 @@ StationView ask(const std::string& station, const std::string& host, bool detail
   if (res.ierr != 0 || v.station != station) {
     v = StationView();
     v.station = station;
+    v.port = asked.port;
     v.state = "unregistered";
     v.reason = who + ": the server does not serve this station";
     return v;
@@ -174,21 +181,21 @@ void printConnections(const std::vector<ingest_connection>& conns) {
 }
 
 // The serial stations ingest.conf gives this computer, by its full or
-// short name or to every host ("-").
-std::vector<std::string> ourStations(const char* table) {
+// short name or to every host ("-"): station and port.
+std::vector<Station> ourStations(const char* table) {
   struct utsname un;
   if (uname(&un) != 0) throw oru::IOException("uname", "", errno);
   const std::string name = un.nodename, shortName = name.substr(0, name.find('.'));
-  std::vector<std::string> stations;
+  std::vector<Station> stations;
   IngestConfig cfg(table);
   for (const auto& e : cfg.stns)
     if (e.type == SERIALPORT && (e.ingestServer == "-" || e.ingestServer == name || e.ingestServer == shortName))
-      stations.push_back(e.stationName);
+      stations.push_back({e.stationName, e.portName});
   return stations;
 }
 
 // One view of the station or of all; its exit status.
-int show(const Options& o, const std::vector<std::string>& stations, bool terminal) {
+int show(const Options& o, const std::vector<Station>& stations, bool terminal) {
   std::vector<StationView> views;
   for (const auto& s : stations) views.push_back(ask(s, o.host, o.station != nullptr));
   if (terminal && o.watch > 0) fputs("\033[H\033[2J", stdout);
@@ -211,7 +218,7 @@ int show(const Options& o, const std::vector<std::string>& stations, bool termin
 void onSignal(int) { stopped = 1; }
 
 // Views every o.watch seconds until a signal ends the watch.
-int watch(const Options& o, const std::vector<std::string>& stations) {
+int watch(const Options& o, const std::vector<Station>& stations) {
   const bool terminal = isatty(STDOUT_FILENO) == 1;
   struct sigaction sa = {};
   sa.sa_handler = onSignal;
@@ -255,9 +262,9 @@ Options parse(int argc, char** argv) {
 int main(int argc, char** argv) {
   Options o = parse(argc, argv);
   try {
-    std::vector<std::string> stations;
+    std::vector<Station> stations;
     if (o.station != nullptr) {
-      stations.push_back(o.station);
+      stations.push_back({o.station, ""});
       if (argc - optind < 2) o.host = ingestServer(o.station);
       if (o.host == "-") {  // a station served on every host: ask this one's
         const char* env = getenv("INGEST_SERVER");

@@ -113,7 +113,7 @@ void printTable(FILE* out, const std::vector<StationView>& views, bool highlight
               v.port.c_str(), v.state.c_str(), age(v.age).c_str(), v.rate, v.samples, v.bad, v.lost,
               base(v.archiveFile).c_str(), v.archiveBytes, v.archiveErrors, v.clients);
     else
-      fprintf(out, "%-10s %-14s %-15s", v.station.c_str(), v.port.c_str(), v.state.c_str());
+      fprintf(out, "%-10s %-14s %s", v.station.c_str(), v.port.c_str(), v.state.c_str());
     fputs(mark ? "\033[0m\n" : "\n", out);
   }
 }
