@@ -3,7 +3,7 @@
 StationStatusReply::StationStatusReply(const InputState& in, size_t clients, double now)
     : station_(in.station.substr(0, 64)), port_(in.port.substr(0, 256)), file_(in.archiveFile.substr(0, 1024)) {
   for (const auto& c : in.channels)
-    channels_.push_back({c.first, c.second.samples, static_cast<float>(now - c.second.lastSample),
+    if (channels_.size() < kMaxChannels) channels_.push_back({c.first, c.second.samples, static_cast<float>(now - c.second.lastSample),
                          static_cast<float>(c.second.rate.rate(now))});
   const char* state = !in.archiveFailure.empty() ? "archive-failing" : in.quiet ? "quiet" : "up";
   const double up = now - in.started;

@@ -16,6 +16,7 @@
 
 class StationStatusReply {
  public:
+  static const size_t kMaxChannels = 256;  // the protocol's bound; a channel is one byte
   StationStatusReply(const InputState& in, size_t clients, double now);
   StationStatusReply(const StationStatusReply&) = delete;
   StationStatusReply& operator=(const StationStatusReply&) = delete;

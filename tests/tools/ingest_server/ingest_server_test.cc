@@ -73,6 +73,7 @@ class IngestChain : public ::testing::Test {
   }
   void TearDown() override {
     // The supervisor first, so that nothing starts Ingest again.
+    if (daemon_ > 0) kill(daemon_, SIGCONT);  // a test may have stopped it
     if (daemon_ > 0 && kill(daemon_, SIGINT) == 0) {
       EXPECT_TRUE(DaemonSite::waitDaemonExit());
     }
