@@ -1,130 +1,281 @@
-// ingest_status: the state of a station's ingest server, through its status
-// procedures: the input (port, state, rate, bad samples, time up, last
-// sample, quiet spells, archive file and failures) and one line per
-// live connection with its counters.
+// ingest_status: the stations of this computer at a glance, through the
+// status procedures of their ingest servers.
 //
-//   ingest_status <station> [host]
+//   ingest_status [--json] [-w SECONDS] [-c INGEST_CONF]
+//   ingest_status [--json] [-w SECONDS] STATION [HOST]
 //
-// The host defaults to the station's ingest server (ingest.conf, else
-// $INGEST_SERVER; a station that ingest.conf gives to every host, "-", is
-// asked for on $INGEST_SERVER, else on this host).  A server that cannot be
-// reached is reported with the RPC library's reason and "<station>@<host>:
-// can't connect to ingestor"; the exit status is then 1.  See
+// Without a station, one line for every serial station that ingest.conf
+// gives this computer (the daemon's own selection), each asked on this
+// computer.  With one, the input's lines, one line per channel and the
+// table of live connections; the host defaults to the station's ingest
+// server (ingest.conf, else $INGEST_SERVER; a station of every host, "-",
+// is asked on $INGEST_SERVER, else on this host).  The exit status is a
+// monitoring check's: 0 all up, 1 some quiet or archive failing, 2 some
+// down or unregistered, 3 the status could not be asked.  See
 // ingest_status.1.
 #include <arpa/inet.h>
+#include <errno.h>
 #include <getopt.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/utsname.h>
+#include <time.h>
+#include <unistd.h>
 
+#include <cmath>
 #include <string>
+#include <vector>
 
 #include "base/Exception.h"
-#include "site/TernList.h"
+#include "ingest_status_view.h"
 #include "rpc/ingest_client.h"
-#include "rpc/ingest_rpc_client.h"
+#include "rpc/rpc_client.h"
 #include "site/IngestConfig.h"
+#include "site/TernList.h"
 
 namespace {
 
 const char kUsage[] =
-    "Usage: ingest_status STATION [HOST]\n"
-    "Prints the input status and the live connections of STATION's ingest\n"
-    "server on HOST (default: the station's server in ingest.conf, else\n"
+    "Usage: ingest_status [--json] [-w SECONDS] [-c INGEST_CONF]\n"
+    "       ingest_status [--json] [-w SECONDS] STATION [HOST]\n"
+    "Without STATION, one line for every station that ingest.conf gives this\n"
+    "computer; with STATION, its input, its channels and its live connections\n"
+    "on HOST (default: the station's server in ingest.conf, else\n"
     "$INGEST_SERVER; for a station of every host, $INGEST_SERVER or this one).\n"
+    "  --json         one JSON document instead of the tables\n"
+    "  -w SECONDS     show again every SECONDS until interrupted\n"
+    "  -c FILE        the station table (default $HERON/projects/$PROJECT/$OPS/ingest.conf)\n"
     "  -h, --help     this text\n"
-    "  --version      the version\n";
+    "  --version      the version\n"
+    "Exit status: 0 all up, 1 some quiet or archive failing, 2 some down or\n"
+    "unregistered, 3 the status could not be asked.\n";
 
+const int kCannotAsk = 3;
 const struct timeval kTimeout = {INGEST_CALL_TIMEOUT_SECS, 0};
+volatile sig_atomic_t stopped = 0;
+
+struct Options {
+  bool json = false;
+  double watch = 0;  // seconds between views; 0: once
+  const char* table = "$HERON/projects/$PROJECT/$OPS/ingest.conf";
+  const char* station = nullptr;
+  std::string host;
+};
+
+struct Station {
+  std::string name, port;  // the port as ingest.conf has it; empty: unknown
+};
 
 // The library's xdr_void, with the argument list a cast to xdrproc_t wants.
 bool_t noArguments(XDR*, void*) { return TRUE; }
 
 bool call(CLIENT* clnt, rpcproc_t proc, xdrproc_t in, void* arg, xdrproc_t out, void* res) {
-  if (clnt_call(clnt, proc, in, static_cast<caddr_t>(arg), out, static_cast<caddr_t>(res), kTimeout) == RPC_SUCCESS)
-    return true;
-  clnt_perror(clnt, proc == INGEST_INPUT_STATUS ? "INGEST_INPUT_STATUS failed" : "INGEST_CONNECTIONS failed");
-  return false;
+  return clnt_call(clnt, proc, in, static_cast<caddr_t>(arg), out, static_cast<caddr_t>(res), kTimeout) ==
+         RPC_SUCCESS;
 }
 
-void printInput(const input_status& s) {
-  printf("station %s  port %s  %s  %s  %.1f samples/s  %d bad  %lu untrusted tags  up %lu s\n", s.station, s.port,
-         s.open ? "open" : "closed", s.state, static_cast<double>(s.sampleRate), s.badSerialSamples, s.tossedTags,
-         s.upTime);
-  if (s.lastSampleAge < 0)
-    printf("last sample  none yet  quiet spells %lu\n", s.quietSpells);
-  else
-    printf("last sample  %.1f s ago  quiet spells %lu\n", static_cast<double>(s.lastSampleAge), s.quietSpells);
-  printf("archive %s  %lu errors  %lu samples lost\n", s.archiveFile[0] ? s.archiveFile : "(none open)",
-         s.archiveErrors, s.samplesLost);
-  if (s.archiveError[0]) printf("archive failing: %s\n", s.archiveError);
+void copyStatus(StationView& v, const station_status& s) {
+  v.station = s.station;
+  v.port = s.port;
+  v.state = s.state;
+  v.age = static_cast<double>(s.lastSampleAge);
+  v.rate = static_cast<double>(s.rate);
+  v.upTime = s.upTime;
+  v.samples = s.samples;
+  v.bad = s.badSamples;
+  v.lost = s.samplesLost;
+  v.archiveFile = s.archiveFile;
+  v.archiveBytes = s.archiveBytes;
+  v.archiveErrors = s.archiveErrors;
+  v.clients = s.clients;
+  v.channels.assign(s.channels.channels_val, s.channels.channels_val + s.channels.channels_len);
 }
 
-void printConnections(const ingest_connection* c) {
+void askConnections(CLIENT* clnt, StationView& v) {
+  ingest_connection_res conns = {};
+  if (!call(clnt, INGEST_CONNECTIONS, reinterpret_cast<xdrproc_t>(noArguments), nullptr,
+            reinterpret_cast<xdrproc_t>(xdr_ingest_connection_res), &conns)) {
+    clnt_perror(clnt, "INGEST_CONNECTIONS failed");
+    return;
+  }
+  for (const ingest_connection* c = conns.ingest_connection_res_u.list; conns.ierr == 0 && c != nullptr; c = c->next) {
+    v.connections.push_back(*c);
+    v.connections.back().next = nullptr;
+  }
+  xdr_free(reinterpret_cast<xdrproc_t>(xdr_ingest_connection_res), reinterpret_cast<char*>(&conns));
+}
+
+// Asks the station's server on host; what it cannot ask is the station's
+// state (down or unregistered) and its reason.  An unknown station throws.
+StationView ask(const Station& asked, const std::string& host, bool detail) {
+  const std::string& station = asked.name;
+  StationView v;
+  v.station = station;
+  v.port = asked.port;
+  const int number = TernList::TernInfo(station.c_str()).number;
+  const std::string who = station + "@" + host;
+  RpcClient clnt(heron_clnt_create(host.c_str(), static_cast<rpcprog_t>(INGEST_PROG + number), INGEST_VERS, &kTimeout));
+  if (!clnt) {
+    v.state = rpc_createerr.cf_stat == RPC_PROGNOTREGISTERED ? "unregistered" : "down";
+    v.reason = clnt_spcreateerror(who.c_str());
+    return v;
+  }
+  station_status_res res = {};
+  if (!call(clnt.get(), INGEST_STATION_STATUS, reinterpret_cast<xdrproc_t>(noArguments), nullptr,
+            reinterpret_cast<xdrproc_t>(xdr_station_status_res), &res)) {
+    v.state = "down";
+    v.reason = clnt_sperror(clnt.get(), who.c_str());
+    return v;
+  }
+  if (res.ierr == 0) copyStatus(v, res.station_status_res_u.status);
+  xdr_free(reinterpret_cast<xdrproc_t>(xdr_station_status_res), reinterpret_cast<char*>(&res));
+  if (res.ierr != 0 || v.station != station) {
+    v = StationView();
+    v.station = station;
+    v.port = asked.port;
+    v.state = "unregistered";
+    v.reason = who + ": the server does not serve this station";
+    return v;
+  }
+  if (detail) askConnections(clnt.get(), v);
+  return v;
+}
+
+// The input lines of the single-station view, as INGEST_INPUT_STATUS
+// gives them.
+void printInput(const char* station, const std::string& host) {
+  const int number = TernList::TernInfo(station).number;
+  RpcClient clnt(heron_clnt_create(host.c_str(), static_cast<rpcprog_t>(INGEST_PROG + number), INGEST_VERS, &kTimeout));
+  input_status_res in = {};
+  if (!clnt || !call(clnt.get(), INGEST_INPUT_STATUS, reinterpret_cast<xdrproc_t>(xdr_wrapstring), &station,
+                     reinterpret_cast<xdrproc_t>(xdr_input_status_res), &in))
+    return;
+  const input_status* s = in.input_status_res_u.status;
+  if (in.ierr == 0 && s != nullptr) {
+    printf("station %s  port %s  %s  %s  %.1f samples/s  %d bad  %lu untrusted tags  up %lu s\n", s->station, s->port,
+           s->open ? "open" : "closed", s->state, static_cast<double>(s->sampleRate), s->badSerialSamples,
+           s->tossedTags, s->upTime);
+    if (s->lastSampleAge < 0)
+      printf("last sample  none yet  quiet spells %lu\n", s->quietSpells);
+    else
+      printf("last sample  %.1f s ago  quiet spells %lu\n", static_cast<double>(s->lastSampleAge), s->quietSpells);
+    printf("archive %s  %lu errors  %lu samples lost\n", s->archiveFile[0] ? s->archiveFile : "(none open)",
+           s->archiveErrors, s->samplesLost);
+    if (s->archiveError[0]) printf("archive failing: %s\n", s->archiveError);
+  }
+  xdr_free(reinterpret_cast<xdrproc_t>(xdr_input_status_res), reinterpret_cast<char*>(&in));
+}
+
+void printConnections(const std::vector<ingest_connection>& conns) {
   printf("%-15s %5s %-6s %10s %10s %10s %7s %7s %7s %7s\n", "client", "port", "type", "nsamples", "nwrites",
          "nlost", "blocked", "partial", "errors", "unreach");
-  for (; c != nullptr; c = c->next) {
+  for (const auto& c : conns) {
     struct in_addr a;
-    a.s_addr = htonl(static_cast<uint32_t>(c->h_add));
-    printf("%-15s %5u %-6s %10lu %10lu %10lu %7d %7d %7d %7d\n", inet_ntoa(a), c->port,
-           c->sock_is_dgram ? "dgram" : "stream", c->nsamples, c->nwrites, c->nlost, c->blockedWrites,
-           c->partialWrites, c->writeerr, c->unreachable);
+    a.s_addr = htonl(static_cast<uint32_t>(c.h_add));
+    printf("%-15s %5u %-6s %10lu %10lu %10lu %7d %7d %7d %7d\n", inet_ntoa(a), c.port,
+           c.sock_is_dgram ? "dgram" : "stream", c.nsamples, c.nwrites, c.nlost, c.blockedWrites, c.partialWrites,
+           c.writeerr, c.unreachable);
   }
+}
+
+// The serial stations ingest.conf gives this computer, by its full or
+// short name or to every host ("-"): station and port.
+std::vector<Station> ourStations(const char* table) {
+  struct utsname un;
+  if (uname(&un) != 0) throw oru::IOException("uname", "", errno);
+  const std::string name = un.nodename, shortName = name.substr(0, name.find('.'));
+  std::vector<Station> stations;
+  IngestConfig cfg(table);
+  for (const auto& e : cfg.stns)
+    if (e.type == SERIALPORT && (e.ingestServer == "-" || e.ingestServer == name || e.ingestServer == shortName))
+      stations.push_back({e.stationName, e.portName});
+  return stations;
+}
+
+// One view of the station or of all; its exit status.
+int show(const Options& o, const std::vector<Station>& stations, bool terminal) {
+  std::vector<StationView> views;
+  for (const auto& s : stations) views.push_back(ask(s, o.host, o.station != nullptr));
+  if (terminal && o.watch > 0) fputs("\033[H\033[2J", stdout);
+  if (o.json) {
+    printJson(stdout, views, time(nullptr));
+  } else if (o.station == nullptr) {
+    printTable(stdout, views, terminal);
+  } else if (views[0].state == "down" || views[0].state == "unregistered") {
+    fprintf(stderr, "%s\n", views[0].reason.c_str());
+    ingest_perror(o.station, o.host.c_str(), INGEST_ERR_CONNECT);
+  } else {
+    printInput(o.station, o.host);
+    printChannels(stdout, views[0]);
+    printConnections(views[0].connections);
+  }
+  if (fflush(stdout) != 0) throw oru::IOException("standard output", "write", errno);
+  return viewStatus(views);
+}
+
+void onSignal(int) { stopped = 1; }
+
+// Views every o.watch seconds until a signal ends the watch.
+int watch(const Options& o, const std::vector<Station>& stations) {
+  const bool terminal = isatty(STDOUT_FILENO) == 1;
+  struct sigaction sa = {};
+  sa.sa_handler = onSignal;
+  if (sigaction(SIGINT, &sa, nullptr) != 0 || sigaction(SIGTERM, &sa, nullptr) != 0)
+    throw oru::IOException("sigaction", "", errno);
+  int status = kCannotAsk;
+  while (!stopped) {
+    if (!terminal && !o.json) printf("-- %s\n", isoTime(static_cast<double>(time(nullptr))).c_str());
+    status = show(o, stations, terminal);
+    struct timespec pause = {static_cast<time_t>(o.watch), static_cast<long>(std::fmod(o.watch, 1) * 1e9)};
+    while (!stopped && nanosleep(&pause, &pause) != 0 && errno == EINTR) {
+    }
+  }
+  return status;
+}
+
+// The options; exits for --help, --version and a wrong command line.
+Options parse(int argc, char** argv) {
+  static const struct option kLong[] = {{"help", no_argument, nullptr, 'h'},
+                                        {"version", no_argument, nullptr, 'V'},
+                                        {"json", no_argument, nullptr, 'j'},
+                                        {nullptr, 0, nullptr, 0}};
+  Options o;
+  char* end = nullptr;
+  for (int c; (c = getopt_long(argc, argv, "hw:c:", kLong, nullptr)) != -1;) {
+    if (c == 'h') fputs(kUsage, stdout), exit(0);
+    if (c == 'V') printf("ingest_status (%s) %s\n", HERON_PACKAGE, HERON_VERSION), exit(0);
+    if (c == 'j') o.json = true;
+    else if (c == 'c') o.table = optarg;
+    else if (c == 'w' && (o.watch = strtod(optarg, &end)) > 0 && *end == '\0' && o.watch < 1e6) continue;
+    else fputs(kUsage, stderr), exit(kCannotAsk);
+  }
+  if (argc - optind > 2) fputs(kUsage, stderr), exit(kCannotAsk);
+  if (argc - optind >= 1) o.station = argv[optind];
+  o.host = argc - optind == 2 ? argv[optind + 1] : "localhost";
+  return o;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  static const struct option kLong[] = {
-      {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {nullptr, 0, nullptr, 0}};
-  for (int c; (c = getopt_long(argc, argv, "h", kLong, nullptr)) != -1;) {
-    if (c == 'h') {
-      fputs(kUsage, stdout);
-      return 0;
-    }
-    if (c == 'V') {
-      printf("ingest_status (%s) %s\n", HERON_PACKAGE, HERON_VERSION);
-      return 0;
-    }
-    fputs(kUsage, stderr);
-    return 2;
-  }
-  if (argc - optind < 1 || argc - optind > 2) {
-    fputs(kUsage, stderr);
-    return 2;
-  }
-  const char* station = argv[optind];
+  Options o = parse(argc, argv);
   try {
-    std::string host = argc - optind == 2 ? argv[optind + 1] : ingestServer(station);
-    if (host == "-") {  // a station served on every host: ask this one's
-      const char* env = getenv("INGEST_SERVER");
-      host = env != nullptr && *env != '\0' ? env : "localhost";
-    }
-    const int number = TernList::TernInfo(station).number;
-    RpcClient clnt = ingest_rpc_client(host.c_str(), number, nullptr);
-    input_status_res in = {};
-    ingest_connection_res conns = {};
-    if (!clnt || !call(clnt.get(), INGEST_INPUT_STATUS, reinterpret_cast<xdrproc_t>(xdr_wrapstring), &station,
-                       reinterpret_cast<xdrproc_t>(xdr_input_status_res), &in)) {
-      ingest_perror(station, host.c_str(), INGEST_ERR_CONNECT);
-      return 1;
-    }
-    int status = 0;
-    if (in.ierr != 0 || in.input_status_res_u.status == nullptr) {
-      fprintf(stderr, "%s@%s: the server does not serve this station\n", station, host.c_str());
-      status = 1;
+    std::vector<Station> stations;
+    if (o.station != nullptr) {
+      stations.push_back({o.station, ""});
+      if (argc - optind < 2) o.host = ingestServer(o.station);
+      if (o.host == "-") {  // a station served on every host: ask this one's
+        const char* env = getenv("INGEST_SERVER");
+        o.host = env != nullptr && *env != '\0' ? env : "localhost";
+      }
     } else {
-      printInput(*in.input_status_res_u.status);
+      stations = ourStations(o.table);
     }
-    xdr_free(reinterpret_cast<xdrproc_t>(xdr_input_status_res), reinterpret_cast<char*>(&in));
-    if (!call(clnt.get(), INGEST_CONNECTIONS, reinterpret_cast<xdrproc_t>(noArguments), nullptr,
-              reinterpret_cast<xdrproc_t>(xdr_ingest_connection_res), &conns))
-      return 1;
-    if (conns.ierr == 0) printConnections(conns.ingest_connection_res_u.list);
-    xdr_free(reinterpret_cast<xdrproc_t>(xdr_ingest_connection_res), reinterpret_cast<char*>(&conns));
-    return status;
+    return o.watch > 0 ? watch(o, stations) : show(o, stations, false);
   } catch (const std::exception& e) {
     fprintf(stderr, "ingest_status: %s\n", e.what());
-    return 1;
+    return kCannotAsk;
   }
 }

@@ -49,6 +49,8 @@ class ArchiveWriter {
   // Empty while archiving works; else what failed last, with its reason.
   const std::string& failure() const { return failure_; }
   const std::string& currentFile() const { return path_; }
+  // Bytes of whole samples written to the current file.
+  off_t fileBytes() const { return committed_; }
 
  private:
   bool openFile(double now);

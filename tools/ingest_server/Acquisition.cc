@@ -74,6 +74,11 @@ int Acquisition::serve(bool readable, bool hangup) {
     if (in_.tt_to_secs(static_cast<long>(samp.tt)) == RawDataInput::BIGBANG) ++state_.tossedTags;
     const size_t n = static_cast<size_t>(samp.encode(wire));  // the tag as it came
     ++state_.samples;
+    state_.rate.add(mono);
+    ChannelState& chan = state_.channels[samp.chan];
+    ++chan.samples;
+    chan.lastSample = mono;
+    chan.rate.add(mono);
     batch += n;
     archive_.append(wire, n, wall);
     deliver_(samp.chan, wire, n);
@@ -105,4 +110,5 @@ void Acquisition::noteArchive() {
   state_.archiveErrors = archive_.errors();
   state_.samplesLost = archive_.lost();
   state_.archiveFile = archive_.currentFile();
+  state_.archiveBytes = static_cast<unsigned long long>(archive_.fileBytes());
 }

@@ -19,6 +19,7 @@
 #include "base/logit.h"
 #include "rpc/ingest_peer.h"
 #include "rpc/ingest_rpc.h"
+#include "StationStatus.h"
 
 namespace {
 IngestService* theService = nullptr;  // the one the RPC dispatch serves
@@ -394,6 +395,11 @@ void IngestDispatch::dispatch(struct svc_req* rq, SVCXPRT* xprt) {
     case INGEST_INPUT_STATUS:
       status(xprt);
       return;
+    case INGEST_STATION_STATUS: {
+      StationStatusReply reply(s.input_, s.clients_.size(), heron::monotonicSeconds());
+      svc_sendreply(xprt, reinterpret_cast<xdrproc_t>(xdr_station_status_res), reinterpret_cast<char*>(&reply.res));
+      return;
+    }
     case INGEST_CONNECT:
     case INGEST_DISCONNECT:
     case INGEST_RESET_CONNECT:

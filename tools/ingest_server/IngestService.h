@@ -16,6 +16,7 @@
 #include <poll.h>
 #include <rpc/rpc.h>
 
+#include <algorithm>
 #include <functional>
 #include <list>
 #include <map>
@@ -28,6 +29,44 @@
 #include "base/clock.h"
 #include "rpc/ingest_rpc.h"
 #include "site/AllowList.h"
+
+// Samples counted in one-second slots of the monotonic clock: the rate
+// over the last ten seconds, or over the time since the first count when
+// that is shorter.
+class RateRing {
+ public:
+  static const int kSeconds = 10;
+  void add(double mono) {
+    const long s = static_cast<long>(mono);
+    Slot& slot = slots_[s % kSeconds];
+    if (slot.second != s) slot = {s, 0};
+    ++slot.count;
+    if (first_ < 0) first_ = mono;
+  }
+  double rate(double mono) const {
+    const long now = static_cast<long>(mono);
+    unsigned long sum = 0;
+    for (const Slot& slot : slots_)
+      if (slot.second > now - kSeconds && slot.second <= now) sum += slot.count;
+    const double from = std::max(first_, static_cast<double>(now - kSeconds + 1));
+    return first_ < 0 ? 0 : sum / std::max(1.0, mono - from);
+  }
+
+ private:
+  struct Slot {
+    long second = -1;
+    unsigned long count = 0;
+  };
+  Slot slots_[kSeconds];
+  double first_ = -1;
+};
+
+// One channel seen on the input; times of the monotonic clock.
+struct ChannelState {
+  unsigned long samples = 0;
+  double lastSample = 0;
+  RateRing rate;
+};
 
 // What INGEST_INPUT_STATUS reports; kept up to date by the acquisition.
 // Times are of the monotonic clock.
@@ -44,6 +83,9 @@ struct InputState {
   std::string archiveFailure;    // empty while archiving works
   unsigned long archiveErrors = 0, samplesLost = 0;
   std::string archiveFile;
+  unsigned long long archiveBytes = 0;  // of archiveFile
+  RateRing rate;                        // good samples
+  std::map<int, ChannelState> channels;
 };
 
 class IngestService {

@@ -106,4 +106,19 @@ TEST(QuietWatch, WarnsOncePerSilenceScaledToTheInstrument) {
   }
 }
 
+// The rate over the last ten seconds: a rate that changed, a silence that
+// empties the ring, and a start shorter than ten seconds.
+TEST(RateRing, CountsTheLastTenSeconds) {
+  struct Case {
+    double hz1, seconds1, hz2, seconds2, silent, rate;
+  } cases[] = {{5, 30, 20, 10, 0, 20}, {5, 30, 20, 5, 0, 12.5}, {10, 30, 0, 0, 11, 0}, {10, 3, 0, 0, 0, 10}};
+  for (const Case& c : cases) {
+    RateRing r;
+    double t = 100;
+    for (int i = 0; i < c.hz1 * c.seconds1; ++i) r.add(t += 1 / c.hz1);
+    for (int i = 0; i < c.hz2 * c.seconds2; ++i) r.add(t += 1 / c.hz2);
+    EXPECT_NEAR(r.rate(t + c.silent), c.rate, c.rate * 0.12 + 0.01) << c.hz1 << " Hz then " << c.hz2 << " Hz";
+  }
+}
+
 }  // namespace

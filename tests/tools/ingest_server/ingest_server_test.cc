@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
 #include <memory>
 #include <regex>
@@ -72,6 +73,7 @@ class IngestChain : public ::testing::Test {
   }
   void TearDown() override {
     // The supervisor first, so that nothing starts Ingest again.
+    if (daemon_ > 0) kill(daemon_, SIGCONT);  // a test may have stopped it
     if (daemon_ > 0 && kill(daemon_, SIGINT) == 0) {
       EXPECT_TRUE(DaemonSite::waitDaemonExit());
     }
@@ -171,6 +173,71 @@ TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
   stalled.reset();
   end();
   EXPECT_TRUE(archive() == played(0, n)) << archive().size() << " samples archived of " << n;
+}
+
+// Runs ingest_status until its line for tern1 matches state (a regex) or
+// seconds pass; the last run.
+RunResult statusUntil(const std::string& state, double seconds, std::vector<std::string> args = {}) {
+  args.insert(args.begin(), INGEST_STATUS_BIN);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  RunResult r;
+  while (!std::regex_search((r = runProgram(args)).out, std::regex("(^|\n)tern1 +\\S+ +(" + state + ") ")) &&
+         std::chrono::steady_clock::now() < end)
+    usleep(200000);
+  return r;
+}
+
+// Killed, Ingest shows down until the supervisor has started it again and
+// it has taken over the registration its predecessor left.  (What a killed
+// writer leaves in the archive is the archive's round trip, tests/lib/archive.)
+TEST_F(IngestChain, KilledShowsDownAndIsStartedAgain) {
+  start();
+  EXPECT_EQ(statusUntil("up", 5).status, 0);
+  const pid_t first = ingest_;
+  ASSERT_EQ(kill(daemon_, SIGSTOP), 0);  // so that it starts no successor before we look
+  ASSERT_EQ(kill(first, SIGKILL), 0);
+  RunResult down = statusUntil("down|unregistered", 5);
+  EXPECT_EQ(down.status, 2) << down.out << down.err;
+  ASSERT_EQ(kill(daemon_, SIGCONT), 0);
+  ingest_ = site_.waitLogPid("serving program", first);  // started again by the supervisor
+  ASSERT_GT(ingest_, 0);
+  RunResult up = statusUntil("up", 5);
+  EXPECT_EQ(up.status, 0) << up.out << up.err;
+  end();
+}
+
+// The table, the channel view and the JSON document tell the same; a port
+// that falls silent shows quiet within 12 s.
+TEST_F(IngestChain, StatusShowsStationsChannelsAndQuiet) {
+  start();
+  play(0, 4000);
+  const auto played = std::chrono::steady_clock::now();
+  RunResult table = statusUntil("up +[0-9.]+s +[0-9.]+ +4000 +0 +0 +tern1_\\S+ +80000", 5);  // once flushed
+  EXPECT_EQ(table.status, 0) << table.out << table.err;
+  RunResult json = runProgram({INGEST_STATUS_BIN, "--json"});
+  RunResult facts = runProgram({"/usr/bin/python3", "-c", "import json,sys; d=json.load(sys.stdin); s=d['stations'][0]; "
+                                "print(d['status'], s['station'], s['state'], s['samples'], len(s['channels']), "
+                                "sum(c['samples'] for c in s['channels']), s['archive_bytes'])"}, json.out);
+  EXPECT_EQ(facts.out, "0 tern1 up 4000 4 4000 80000\n") << json.out << facts.err;
+  RunResult one = runProgram({INGEST_STATUS_BIN, "tern1", "127.0.0.1"});
+  for (int chan = 1; chan <= kChannels; ++chan)
+    EXPECT_TRUE(std::regex_search(one.out, std::regex("\n +" + std::to_string(chan) + " +1000 +[0-9.]+ +[0-9.]+s\n")))
+        << one.out;
+  RunResult watched = runProgram({"/usr/bin/timeout", "--preserve-status", "-s", "INT", "2.5", INGEST_STATUS_BIN, "-w", "1"});
+  EXPECT_EQ(watched.status, 0) << watched.err;
+  EXPECT_GE(std::count(watched.out.begin(), watched.out.end(), '\n'), 6) << watched.out;  // 3 views of 2 lines at least
+  RunResult quiet = statusUntil("quiet", 12 - std::chrono::duration<double>(std::chrono::steady_clock::now() - played).count());
+  EXPECT_EQ(quiet.status, 1) << quiet.out;
+  // What cannot be asked, and what is not a question.
+  const std::vector<std::pair<std::vector<std::string>, int>> cases = {
+      {{"-c", "/nonexistent/ingest.conf"}, 3}, {{"nosuchstation", "127.0.0.1"}, 3}, {{"-w", "0"}, 3}, {{"--help"}, 0}};
+  for (const auto& c : cases) {
+    std::vector<std::string> argv = {INGEST_STATUS_BIN};
+    argv.insert(argv.end(), c.first.begin(), c.first.end());
+    RunResult r = runProgram(argv);
+    EXPECT_EQ(r.status, c.second) << c.first[0] << ": " << r.err;
+    EXPECT_EQ(r.err.empty(), c.second == 0) << c.first[0];
+  }
 }
 
 // A full disk is logged and retried; clients keep their data, and the
