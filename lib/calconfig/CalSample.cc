@@ -21,12 +21,10 @@ struct Record {
 };
 
 void convert(CalSample& s, const char* raw, const ChannelConfig* cc, int ichan) {
-  calib_input in;
+  calib_input in = {0, raw};
   if (cc->sampleType == ChannelConfig::ANALOG) {
     const double volts = flop_short(raw) * ChannelConfig::ADVRANGE / ChannelConfig::ADDRANGE;
     in.volts = static_cast<float>((volts - cc->offset) / cc->gain);
-  } else {
-    in.raw = raw;
   }
   cc->calib_func(&s.ttag, in, static_cast<float*>(s.data), ichan);
 }

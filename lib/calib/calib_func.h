@@ -28,8 +28,10 @@ typedef struct CalibInfo {
 // The input of a conversion: the volts of an analog channel, or the raw
 // record bytes of any other channel.  One argument type for both kinds keeps
 // every conversion function of the same C type, so the pipeline calls all of
-// them through one pointer type and each reads the member the caller set.
-typedef union calib_input {
+// them through one pointer type.  The pipeline sets both members: a record
+// conversion that a site puts on an analog channel reads that sample's own
+// bytes (and zeros past them), never the volts taken for an address.
+typedef struct calib_input {
   float volts;
   const char* raw;
 } calib_input;

@@ -86,12 +86,13 @@ struct MuxSite : ScratchSite {
   explicit MuxSite(const std::string& prep = "") {
     write("config/kites_config", "kites_number m 0\n");
     writeOps("channel_config", "");
-    writeOps("did.config", "a.mux 1 ; b.mux 2 ; c.mux 3 ; i.idx 4 ; x.two 5 ; y.two 6 lag 0.25 ;");
+    writeOps("did.config", "a.mux 1 ; b.mux 2 ; c.mux 3 ; i.idx 4 ; x.two 5 ; y.two 6 lag 0.25 ; z.odd 7 ; w.odd 8 ;");
     writeOps("prep.config",
              prep.empty() ? "sensor mux { module m 5 ; outputs a b c ; calibrate linear 1 0 2 0 3 0 ;"
                             " index i.idx ; rate 10 ; }\n"
                             "sensor idx { module m 6 ; outputs i ; calibrate linear 1 0 ; rate 10 ; }\n"
                             "sensor two { module m 200 ; outputs x y ; calibrate serial_short \"big\" ; }\n"
+                            "sensor odd { module m 7 ; outputs z w ; calibrate serial_short \"big\" ; }\n"
                           : prep);
     TernList::clear();
   }
@@ -120,11 +121,13 @@ TEST(CalConfigPipeline, MultiplexMatchingAndLags) {
       {"index -1", {{10, 6, bigEndian(-6554)}, {10.05, 5, half}}, {}},
       {"index equal to the number of values", {{10, 6, bigEndian(3 * 6554)}, {10.05, 5, half}}, {}},
       {"lagged value leaves alone", {{10, 200, bigEndian(3) + bigEndian(4)}}, {"10.00 x.two 3", "9.75 y.two 4"}},
+      {"a record conversion on an analog channel reads the record", {{10, 7, bigEndian(5) + bigEndian(6)}},
+       {"10.00 z.odd 5", "10.00 w.odd 6"}},
   };
   for (const auto& c : cases) {
     MuxSite site;
     CalConfig cfg;
-    for (const char* did : {"a.mux", "b.mux", "c.mux", "x.two", "y.two"}) cfg.RegisterDataIdByName(did);
+    for (const char* did : {"a.mux", "b.mux", "c.mux", "x.two", "y.two", "z.odd", "w.odd"}) cfg.RegisterDataIdByName(did);
     cfg.InitializeFunctions();
     std::vector<std::string> got;
     SampleStream<TaggedSampleBase> stream;
