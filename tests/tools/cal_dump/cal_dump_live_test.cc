@@ -39,17 +39,9 @@ bool waitFor(const std::string& path, const std::string& text, int count = 1) {
   return false;
 }
 
-TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
-  HERON_REQUIRE_RPCBIND();
-  DaemonSite site;
-  if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
-  heron_test::TestModuleServer module{{"PROJECT=p", "OPS=o"}};
-  ASSERT_TRUE(module.ok()) << module.error();
-  const int number = heron_test::testSystemNumber();
-  int master[2], slave[2];
-  char name[2][64];
-  for (int k = 0; k < 2; ++k) ASSERT_EQ(openpty(&master[k], &slave[k], name[k], nullptr, nullptr), 0);
-  const std::string dir = site.dir(), ops = dir + "/projects/p/o/", out = dir + "/out.csv", err = dir + "/err";
+// The site of stations a and b (one serial sensor each, on the two ports).
+void writeSite(DaemonSite& site, int number, char name[2][64]) {
+  const std::string dir = site.dir(), ops = dir + "/projects/p/o/";
   mkdir((dir + "/config").c_str(), 0755);
   std::ofstream(dir + "/config/kites_config") << "kites_number a " << number << "\nkites_number b " << number + 1;
   std::ofstream(ops + "channel_config") << "timetag msecs ;\n";
@@ -58,6 +50,10 @@ TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
   std::ofstream(ops + "prep.config") << "sensor a { module a 200 ; outputs x v ; calibrate serial_short \"big\" ; }\n"
                                      << "sensor b { module b 200 ; outputs x v ; calibrate serial_short \"big\" ; }\n";
   site.writeConfig(std::string("a - ") + name[0] + " 230400 none 8 1 none local\nb - " + name[1] + " 230400 none 8 1 none local\n");
+}
+
+// cal_dump -l of v.a and v.b, its output to out and its messages to err.
+pid_t startCalDump(const std::string& out, const std::string& err) {
   const pid_t dump = fork();
   if (dump == 0) {
     const int o = open(out.c_str(), O_WRONLY | O_CREAT, 0644), e = open(err.c_str(), O_WRONLY | O_CREAT, 0644);
@@ -65,6 +61,37 @@ TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
       execl(CAL_DUMP_BIN, "cal_dump", "-l", "-F", "CSV", "v.a", "v.b", static_cast<char*>(nullptr));
     _exit(127);
   }
+  return dump;
+}
+
+// Every sample of b, and of a all but those sent in [beforeKill,
+// afterBack), which a never sent; b flowed while a was away.
+void checkRows(const std::string& out, const int sent[2], int beforeKill, int afterBack) {
+  std::istringstream rows(fileText(out).substr(fileText(out).find('\n') + 1));
+  std::set<int> got[2];
+  int bInGap = 0;
+  for (std::string row; std::getline(rows, row);) {
+    const size_t c1 = row.find(','), c2 = row.find(',', c1 + 1);
+    got[c2 == c1 + 1].insert(std::stoi(row.substr(c2 == c1 + 1 ? c2 + 1 : c1 + 1)));
+    bInGap += c2 == c1 + 1 && got[0].count(beforeKill - 1) && !got[0].count(afterBack);
+  }
+  for (int k = 0; k < 2; ++k)
+    for (int i = 0; i < sent[k]; ++i) EXPECT_EQ(got[k].count(i), k == 1 || i < beforeKill || i >= afterBack ? 1u : 0u) << k << i;
+  EXPECT_GT(bInGap, 20);
+}
+
+TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
+  HERON_REQUIRE_RPCBIND();
+  DaemonSite site;
+  if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
+  heron_test::TestModuleServer module{{"PROJECT=p", "OPS=o"}};
+  ASSERT_TRUE(module.ok()) << module.error();
+  int master[2], slave[2];
+  char name[2][64];
+  for (int k = 0; k < 2; ++k) ASSERT_EQ(openpty(&master[k], &slave[k], name[k], nullptr, nullptr), 0);
+  writeSite(site, heron_test::testSystemNumber(), name);
+  const std::string out = site.dir() + "/out.csv", err = site.dir() + "/err";
+  const pid_t dump = startCalDump(out, err);
   ASSERT_TRUE(waitFor(err, "waiting for its ingest server (RPC: Program not registered); trying every second", 2));
   ASSERT_EQ(site.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", std::string("PATH=") + INGEST_BIN_DIR + ":/usr/bin:/bin"}), 0);
   const pid_t daemon = site.waitLogPid("started, config"), ingestA = site.waitLogPid(std::string("a on ") + name[0]);
@@ -100,20 +127,8 @@ TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
   EXPECT_EQ(status, 0);
   EXPECT_NE(fileText(err).find("a@127.0.0.1: the connection ended (the server closed it)"), std::string::npos);
   EXPECT_NE(fileText(err).find(" records, 1 reconnections\n"), std::string::npos) << fileText(err);
-
-  // Every sample of b, and of a but those it never sent; b flowed while a
-  // was away.
-  std::istringstream rows(fileText(out).substr(fileText(out).find('\n') + 1));
-  std::set<int> got[2];
-  int bInGap = 0;
-  for (std::string row; std::getline(rows, row);) {
-    const size_t c1 = row.find(','), c2 = row.find(',', c1 + 1);
-    got[c2 == c1 + 1].insert(std::stoi(row.substr(c2 == c1 + 1 ? c2 + 1 : c1 + 1)));
-    bInGap += c2 == c1 + 1 && got[0].count(beforeKill - 1) && !got[0].count(afterBack);
-  }
-  for (int k = 0; k < 2; ++k)
-    for (int i = 0; i < sent[k]; ++i) EXPECT_EQ(got[k].count(i), k == 1 || i < beforeKill || i >= afterBack ? 1u : 0u) << k << i;
-  EXPECT_GT(bInGap, 20);
+  const int counts[2] = {sent[0], sent[1]};
+  checkRows(out, counts, beforeKill, afterBack);
 
   ASSERT_EQ(kill(daemon, SIGINT), 0);
   EXPECT_TRUE(DaemonSite::waitDaemonExit());
