@@ -1,6 +1,7 @@
 #include "time/StrictTime.h"
 
 #include <ctype.h>
+#include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
@@ -18,7 +19,8 @@ struct Fields {
   int offset = 0;
 };
 
-// A cursor over the text; every reader advances only on success.
+// A cursor over the text.  digits and lit advance only on success; a form
+// that fails part-way is abandoned, and the next starts from a copy.
 struct Cursor {
   const char* p;
 
@@ -46,16 +48,16 @@ struct Cursor {
     *out = 0;
     if (*p != '.') return true;
     if (!isdigit(static_cast<unsigned char>(p[1]))) return false;
-    double scale = 0.1;
-    for (++p; isdigit(static_cast<unsigned char>(*p)); ++p, scale /= 10) *out += (*p - '0') * scale;
+    char* end;
+    *out = strtod(p, &end);  // ".fff": the nearest double, as UTime reads it
+    p = end;
     return true;
   }
-  // hh:mm (h:mm too when looseHour), then :ss[.fff], which may be left
-  // out when secondsOptional.
-  bool clock(Fields* f, bool looseHour, bool secondsOptional = true) {
+  // hh:mm (h:mm too when looseHour), then optionally :ss[.fff].
+  bool clock(Fields* f, bool looseHour) {
     const bool oneDigit = looseHour && isdigit(static_cast<unsigned char>(p[0])) && p[1] == ':';
     if (!digits(oneDigit ? 1 : 2, &f->hour) || !lit(':') || !digits(2, &f->minute)) return false;
-    if (*p != ':') return secondsOptional;
+    if (*p != ':') return true;
     ++p;
     return digits(2, &f->sec) && fraction(&f->frac);
   }
