@@ -29,6 +29,7 @@
 #include "base/Exception.h"
 #include "samples/RawDataInputs.h"
 #include "time/TTConv.h"
+#include "time/StrictTime.h"
 #include "time/UTime.h"
 
 namespace {
@@ -121,11 +122,11 @@ double startOf(const char* name, const double* givenDay) {
   return t;
 }
 
+// False, reported, when the text is no time.
 bool readTime(const char* text, int local, double* out) {
-  UTime t(local, text);
-  if (t.val() == UTime::BIGBANG) return false;
-  *out = t.val();
-  return true;
+  if (heron::parseTimeStrict(text, local, out)) return true;
+  fprintf(stderr, "%s\n", heron::refusedTime("raw_dump", text).c_str());
+  return false;
 }
 
 // "1,3-5" style lists of channels 0 to 255.
@@ -242,9 +243,7 @@ bool startTime(const Options& o, int i, const char* name, int local, const doubl
     *start = startOf(name, day);
     return true;
   }
-  if (readTime(o.startTexts[static_cast<size_t>(i)], local, start)) return true;
-  fprintf(stderr, "raw_dump: cannot read the start time \"%s\"\n", o.startTexts[static_cast<size_t>(i)]);
-  return false;
+  return readTime(o.startTexts[static_cast<size_t>(i)], local, start);
 }
 
 // Makes each FILE an input of merge.  False, reported, when a start time
@@ -319,11 +318,8 @@ int main(int argc, char** argv) {
   const int local = o.zone != nullptr && o.zone[0] != '\0';
 
   double day = 0;
-  if (o.dayText != nullptr && !readTime(o.dayText, local, &day)) {
-    // A day read in a zone is that zone's midnight.
-    fprintf(stderr, "raw_dump: cannot read the day \"%s\"\n", o.dayText);
-    return 1;
-  }
+  // A day read in a zone is that zone's midnight.
+  if (o.dayText != nullptr && !readTime(o.dayText, local, &day)) return 1;
 
   static char outbuf[1 << 16];
   setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);

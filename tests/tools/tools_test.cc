@@ -46,6 +46,7 @@ const Case kCases[] = {
     {{D, "-s", "2026 1 2 12:00", "-f", "%j %H:%M:%S%1F", "-"}, 0, "002 12:01:00.0 0 43260000 1 0\n", "",
      sample(43260000, 1, "")},
     {{D, "/nonexistent/x.raw"}, 1, "", "raw_dump: IOException: /nonexistent/x.raw: open: No such file or directory"},
+    {{D, "-D", "yesterday", "A"}, 1, "", "raw_dump: cannot read the time \"yesterday\": write it as 2026-11-21T12:00:00Z or \"2026 11 21 12:00\""},
     // Without the type the site would give, every tag is out of range.
     {{D, "A"}, 2, "", "raw_dump: every sample was left out"},
     {{D, "A"}, 2, "", "raw_dump: 5 samples with untrusted time tags left out"},

@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "calconfig/TaggedSample.h"
+#include "time/StrictTime.h"
 #include "time/UTime.h"
 
 namespace {
@@ -58,11 +59,17 @@ int readFormat(const char* name) {
 const double kMinInterval = 0.001, kMaxInterval = 366 * 86400.0;
 const double kLastTime = 4102444800.0;  // 2100-01-01T00:00:00Z
 
-bool readTime(const char* text, int local, double* out) {
-  UTime t(local, text);
-  if (t.val() == UTime::BIGBANG || !(t.val() >= 0 && t.val() < kLastTime)) return false;
-  *out = t.val();
-  return true;
+// 1 with the message when the text is no time, 0 when it is one outside
+// 1970 to 2100, -1 when it is read into *out.
+int readTime(const char* text, int local, double* out) {
+  double t;
+  if (!heron::parseTimeStrict(text, local, &t)) {
+    fprintf(stderr, "%s\n", heron::refusedTime("cal_dump", text).c_str());
+    return 1;
+  }
+  if (!(t >= 0 && t < kLastTime)) return 0;
+  *out = t;
+  return -1;
 }
 
 int fail(const char* what, const char* text) {
@@ -91,11 +98,12 @@ int checkAll(Options* o, const char* startText, const char* endText, const char*
   if (o->live) return -1;
   UTime::setTZ(zone);
   const int local = zone != nullptr && zone[0] != '\0';
-  if (!readTime(startText, local, &o->start)) return fail("-s: the start time is not a time from 1970 to 2100:", startText);
+  int read = readTime(startText, local, &o->start);
+  if (read >= 0) return read == 1 ? 1 : fail("-s: the start time is not a time from 1970 to 2100:", startText);
   if (endText == nullptr)
     o->end = o->start + 86400.0;
-  else if (!readTime(endText, local, &o->end))
-    return fail("-e: the end time is not a time from 1970 to 2100:", endText);
+  else if ((read = readTime(endText, local, &o->end)) >= 0)
+    return read == 1 ? 1 : fail("-e: the end time is not a time from 1970 to 2100:", endText);
   if (!(o->end > o->start)) {
     fprintf(stderr, "cal_dump: the end time \"%s\" is not after the start time \"%s\"\n", endText, startText);
     return 1;

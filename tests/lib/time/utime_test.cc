@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "time/StrictTime.h"
 #include "time/UTime.h"
 
 namespace {
@@ -128,6 +129,45 @@ TEST_F(UTimeTest, IntArrayAndMonths) {
   EXPECT_STREQ(sep, "sepTEMBER");
   EXPECT_EQ(UTime::Msecs(86400.0 * 12345 + 3600.0 + 0.2496), 3600250);
   EXPECT_EQ(UTime::Msecs(86400.0 * 12345 + 86399.9996), 0);
+}
+
+// Typed times: read whole and in range, or refused (NAN) with *seconds untouched.
+TEST_F(UTimeTest, StrictTexts) {
+  const double d = 1795219200.0;  // 2026-11-21T00:00:00Z
+  const struct {
+    const char* zone;
+    const char* text;
+    double want;
+  } kCases[] = {
+      {nullptr, "2026-11-21T12:00:00Z", d + 43200},    {nullptr, " 2026-11-21 ", d},
+      {nullptr, "2026-11-21 12:00:30.25", d + 43230.25}, {nullptr, "2026-11-21T12:00+01:00", d + 39600},
+      {nullptr, "2026-11-21T12:00-00:30", d + 45000},  {"Europe/Berlin", "2026-11-21T12:00Z", d + 43200},
+      {"Europe/Berlin", "2021-07-19 12:00", berlinSummer}, {"Europe/Berlin", "2021 200 12:00", berlinSummer},
+      {nullptr, "2026 11 21 12:00", d + 43200},        {nullptr, "2026 NOV 21 1:02:03.5", d + 3723.5},
+      {nullptr, "2026 november 21 120000.5", d + 43200.5}, {nullptr, "2026 325", d},
+      {nullptr, "2004 2 29", feb29},                   {nullptr, "2004-02-29 23:59:60Z", feb29 + 86400},
+      {nullptr, "1795219200.5", d + 0.5},
+      {nullptr, "garbage", NAN},      {nullptr, "", NAN},                  {nullptr, "2026", NAN},
+      {nullptr, "20261121", NAN},     {nullptr, "2026-13-21", NAN},        {nullptr, "2026-11-32", NAN},
+      {nullptr, "2025-02-29", NAN},   {nullptr, "2026-11-21T25:00", NAN},  {nullptr, "2026-11-21T12:60", NAN},
+      {nullptr, "2026-11-21T12:00:61", NAN}, {nullptr, "2026-11-21T12:00Zx", NAN}, {nullptr, "2026-11-21T12", NAN},
+      {nullptr, "2026-11-21T12:00+24:00", NAN}, {nullptr, "2026/11/21 12:00", NAN}, {nullptr, "26 11 21", NAN},
+      {nullptr, "2026 13 21", NAN},   {nullptr, "2026 nov 21 12:00 x", NAN}, {nullptr, "21 nov 2026 12:00", NAN},
+      {nullptr, "2026 novem 21", NAN}, {nullptr, "2026 366", NAN},         {nullptr, "2026 11 21 1200", NAN},
+      {nullptr, "nowish", NAN},
+  };
+  for (const auto& c : kCases) {
+    UTime::setTZ(c.zone);
+    double got = NAN;
+    EXPECT_EQ(heron::parseTimeStrict(c.text, c.zone != nullptr, &got), !isnan(c.want)) << c.text;
+    if (!isnan(c.want)) {
+      EXPECT_EQ(got, c.want) << c.zone << " \"" << c.text << '"';
+    }
+  }
+  double now = 0;
+  EXPECT_TRUE(heron::parseTimeStrict("now", 0, &now));
+  EXPECT_NEAR(now, static_cast<double>(time(nullptr)), 2);
+  EXPECT_EQ(heron::refusedTime("t", "x"), "t: cannot read the time \"x\": write it as 2026-11-21T12:00:00Z or \"2026 11 21 12:00\"");
 }
 
 }  // namespace

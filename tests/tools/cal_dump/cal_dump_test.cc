@@ -172,6 +172,8 @@ TEST(CalDump, Errors) {
       {{"-a", "4e7"}, 1, "", "-a: the interval is not"},
       {{"-s", "1969 dec 31"}, 1, "", "cal_dump: -s: the start time is not a time from 1970 to 2100: \"1969 dec 31\""},
       {{"-e", "2100 jan 1"}, 1, "", "cal_dump: -e: the end time is not a time from 1970 to 2100"},
+      {{"-e", "2026-11-21T25:00"}, 1, "",
+       "cal_dump: cannot read the time \"2026-11-21T25:00\": write it as 2026-11-21T12:00:00Z or \"2026 11 21 12:00\"\n"},
       {{"--plot", "p.png", "--plot-size", "640x480x"}, 1, "", "cal_dump: --plot-size: the plot size is"},
   };
   for (const auto& c : cases) {
