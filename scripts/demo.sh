@@ -42,9 +42,11 @@ echo "   (on a network of its own, with its own rpcbind: a running station on"
 echo "   this computer is not disturbed)"
 HERON=$live/site sh scripts/private-net.sh build/tools/raw_playback -w 3 "$live/play"/tern1_*.raw -- \
   sh scripts/demo-chain.sh %s "$(pwd)/build" 8
+# A run across the hour writes two files: in name order they are the
+# samples in the order played.
 archived=$(ls "$live/site/projects/$PROJECT/$OPS/raw/"tern1_*.raw)
-echo "-- the archive Ingest wrote: $archived"
-if cmp -s "$live/play"/tern1_*.raw "$archived"; then
+echo "-- the archive Ingest wrote:" $archived
+if cat $archived | cmp -s "$live/play"/tern1_*.raw -; then
   echo "   holds exactly the samples played, byte for byte"
 else
   echo "   differs from the samples played" >&2
