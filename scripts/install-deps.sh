@@ -4,7 +4,8 @@
 set -eu
 pkgs="build-essential cmake pkg-config libtirpc-dev rpcsvc-proto rpcbind flex bison
       libgtest-dev libbenchmark-dev xxd clang libclang-rt-14-dev python3 procps iproute2 util-linux
-      libnetcdf-dev netcdf-bin gnuplot-nox"
+      libnetcdf-dev netcdf-bin gnuplot-nox libudunits2-dev python3-xarray python3-netcdf4
+      parallel libmicrohttpd-dev chromium"
 missing=""
 for p in $pkgs; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

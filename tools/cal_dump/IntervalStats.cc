@@ -28,14 +28,14 @@ std::vector<Column> IntervalStats::statsColumns(const std::vector<Column>& colum
                                                 const std::vector<std::pair<int, int>>& pairs) {
   std::vector<Column> out;
   for (const Column& c : columns) {
-    out.push_back({c.name + ".mean", c.units});
-    out.push_back({c.name + ".var", c.units.empty() ? "" : "(" + c.units + ")^2"});
-    out.push_back({c.name + ".count", ""});
+    out.push_back({c.name + ".mean", c.units, "time: mean"});
+    out.push_back({c.name + ".var", c.units.empty() ? "" : "(" + c.units + ")^2", "time: variance"});
+    out.push_back({c.name + ".count", "", ""});
   }
   for (const auto& p : pairs) {
     const Column& a = columns[static_cast<size_t>(p.first)];
     const Column& b = columns[static_cast<size_t>(p.second)];
-    out.push_back({"cov." + a.name + "." + b.name, a.units.empty() && b.units.empty() ? "" : a.units + " " + b.units});
+    out.push_back({"cov." + a.name + "." + b.name, a.units.empty() && b.units.empty() ? "" : a.units + " " + b.units, ""});
   }
   return out;
 }

@@ -13,6 +13,10 @@
 struct Column {
   std::string name;
   std::string units;
+  // How a value sums up the samples of its time cell, in the words of the
+  // CF conventions' cell_methods ("time: mean", "time: variance", ...);
+  // empty for a sample's own value.
+  std::string cellMethod;
 };
 
 const double kMissing = 1e37;

@@ -179,7 +179,7 @@ std::vector<Column> columnsOf(CalConfig& cfg, const std::vector<HeronDataId*>& i
   for (const HeronDataId* id : ids) idNames.push_back(id->name.c_str());
   const std::vector<std::string> units = cfg.GetUnits(idNames);
   std::vector<Column> columns;
-  for (size_t i = 0; i < ids.size(); ++i) columns.push_back({ids[i]->name, units[i]});
+  for (size_t i = 0; i < ids.size(); ++i) columns.push_back({ids[i]->name, units[i], ""});
   return columns;
 }
 
