@@ -1,9 +1,12 @@
 // The table that cal_dump writes beside FullDataSample's own forms: named
 // columns with units, and records that each give a time, a group and a
 // value per column.  Records of one group share a time axis (the samples
-// of one channel, or the intervals of the statistics); a column without a
-// value in a record holds NaN there.  The calibration's missing value
-// (kMissing and above) is a value, written as it is.
+// of one channel, or the steps of the statistics and of the regular grid);
+// a column without a value in a record holds NaN there.  Missing is
+// missing: the calibration's mark (kMissing), anything from kMissingFrom
+// up (the mark after arithmetic, such as a rotation of the winds) and
+// anything not finite are written as an empty field or as kMissing, never
+// as a number.
 #ifndef HERON_TOOLS_CAL_DUMP_TABLE_H
 #define HERON_TOOLS_CAL_DUMP_TABLE_H
 
@@ -20,9 +23,10 @@ struct Column {
 };
 
 const double kMissing = 1e37;
+const double kMissingFrom = 1e36;
 
-// A value that the statistics and the plot can use.
-inline bool isGood(double v) { return std::isfinite(v) && std::fabs(v) < kMissing; }
+// A value that the statistics and the plot can use, and the writers write.
+inline bool isGood(double v) { return std::isfinite(v) && std::fabs(v) < kMissingFrom; }
 
 // One record.  present lists, in ascending order, the columns that may hold
 // a value (every other one is NaN), so that a sink need not look at the
