@@ -1,7 +1,6 @@
 // cal_dump as a user runs it on the example site's archives.
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -71,19 +70,23 @@ TEST(CalDump, NetcdfReadByNcdump) {
     EXPECT_NE(dump.out.find(text), std::string::npos) << text << "\n" << dump.out;
 }
 
-TEST(CalDump, StatisticsAgreeWithTheSamples) {
-  // The first ten seconds' samples as CSV and their statistics, checked by
-  // python's own arithmetic.  q arrives 5 ms after w: w pairs with the q
-  // before it.
+TEST(CalDump, StatisticsAndGridAgreeWithTheSamples) {
+  // The first ten seconds' samples as CSV, their statistics and their grid
+  // of seconds, checked by python's own arithmetic.  q arrives 5 ms after w:
+  // w pairs with the q before it; q's lag puts it in the grid's step before.
   ScratchSite dir;
   const std::string samples = dir.root() + "/samples.csv", stats = dir.root() + "/stats.csv";
+  const std::string grid = dir.root() + "/grid.csv";
   ASSERT_EQ(calDump({"-F", "CSV", "-e", "2026 nov 21 12:00:10", "-o", samples, "u.wind", "w.wind", "q.kh2o"}).status, 0);
   const RunResult r = calDump({"-F", "CSV", "-a", "10", "-c", "w.wind:u.wind,q.kh2o", "-o", stats, "u.wind", "w.wind",
                                "q.kh2o"});
   ASSERT_EQ(r.status, 0) << r.err;
+  ASSERT_EQ(calDump({"-F", "CSV", "-r", "1s", "-e", "2026 nov 21 12:00:10", "-o", grid, "u.wind", "w.wind", "q.kh2o"})
+                .status,
+            0);
   const RunResult check = runProgram(
       {"/usr/bin/python3", "-c",
-       "import csv, sys, statistics as st\n"
+       "import collections, csv, sys, statistics as st\n"
        "rows = list(csv.reader(open(sys.argv[1])))[1:]\n"
        "head, got = list(csv.reader(open(sys.argv[2])))[:2]\n"
        "u = [float(r[1]) for r in rows if r[1]]\n"
@@ -95,101 +98,52 @@ TEST(CalDump, StatisticsAgreeWithTheSamples) {
        "want = [st.mean(u), st.variance(u), len(u), st.mean(w), st.variance(w), len(w)]\n"
        "want += [st.covariance(w, u), st.covariance(*zip(*wq))]\n"
        "got = [float(x) for x in got[1:7] + got[10:]]\n"
-       "print(head[10:], all(abs(g - x) < 1e-4 * (1 + abs(x)) for g, x in zip(got, want)), len(got))\n",
-       samples, stats});
-  EXPECT_EQ(check.out, "['cov.w.wind.u.wind (m/s m/s)', 'cov.w.wind.q.kh2o (m/s g/m^3)'] True 8\n") << check.err;
-}
-
-TEST(CalDump, RegularGridIsAWideTable) {
-  // Each step's mean is that of the samples inside it (the lagged q in the
-  // step its lag moves it to), one row a second however the channels
-  // arrive, and the span covered to its end after the archives have ended.
-  ScratchSite dir;
-  const std::string samples = dir.root() + "/samples.csv", grid = dir.root() + "/grid.csv";
-  ASSERT_EQ(calDump({"-F", "CSV", "-o", samples, "u.wind", "q.kh2o", "p.baro"}).status, 0);
-  const RunResult r = calDump({"-F", "CSV", "-r", "1s", "-e", "2026 nov 21 12:02", "-o", grid, "u.wind", "q.kh2o",
-                               "p.baro"});
-  ASSERT_EQ(r.status, 0) << r.err;
-  const RunResult check = runProgram(
-      {"/usr/bin/python3", "-c",
-       "import csv, sys, statistics as st\n"
-       "rows = list(csv.reader(open(sys.argv[1])))[1:]\n"
-       "head, *got = list(csv.reader(open(sys.argv[2])))\n"
-       "want = {}\n"
-       "for r in rows:\n"
-       "    for c in range(1, 4):\n"
-       "        if r[c]: want.setdefault((r[0][:19], c), []).append(float(r[c]))\n"
-       "times = [g[0] for g in got]\n"
-       "full = [g for g in got if all(g[1:])]\n"
-       "ok = all(abs(float(g[c]) - st.mean(want[(g[0][:19], c)])) < 1e-4 for g in full for c in range(1, 4))\n"
-       "print(head, len(got), times[0], times[-1], len(full), ok, any(any(g[1:]) for g in got[35:]))\n",
-       samples, grid});
+       "print(head[10:], all(abs(g - x) < 1e-4 * (1 + abs(x)) for g, x in zip(got, want)), len(got))\n"
+       "steps = collections.defaultdict(list)\n"
+       "[steps[(r[0][:19], c)].append(float(r[c])) for r in rows for c in range(1, 4) if r[c]]\n"
+       "grid = list(csv.reader(open(sys.argv[3])))[1:]\n"
+       "print([g[0][11:] for g in grid[::9]], all(abs(float(g[c]) - st.mean(steps[(g[0][:19], c)])) < 1e-4\n"
+       "      for g in grid for c in range(1, 4)))\n",
+       samples, stats, grid});
   EXPECT_EQ(check.out,
-            "['time', 'u.wind (m/s)', 'q.kh2o (g/m^3)', 'p.baro (mb)'] 120 2026-11-21T12:00:00.000Z "
-            "2026-11-21T12:01:59.000Z 30 True False\n")
+            "['cov.w.wind.u.wind (m/s m/s)', 'cov.w.wind.q.kh2o (m/s g/m^3)'] True 8\n"
+            "['12:00:00.000Z', '12:00:09.000Z'] True\n")
       << check.err;
 }
 
-// The example site with u's limits at [-1, 1], and a temperature and a
-// humidity whose calibration lands on or beyond the missing mark.
-std::vector<std::string> editedSite(const ScratchSite& site) {
-  EXPECT_EQ(runProgram({"/bin/cp", "-r", HERON_SOURCE_DIR "/examples/site/.", site.root()}).status, 0);
-  const std::string path = site.opsDir() + "/prep.config";
-  std::string text = fileText(path);
+TEST(CalDump, ScreenedValues) {
+  // The example site with u's limits at [-1, 1]; t's calibration lands
+  // between 1e36 and the mark 1e37 (as the tilt leaves a rotated mark), and
+  // rh's beyond a float.
+  ScratchSite site("demo", "ops1");
+  ASSERT_EQ(runProgram({"/bin/cp", "-r", HERON_SOURCE_DIR "/examples/site/.", site.root()}).status, 0);
+  std::string text = fileText(site.opsDir() + "/prep.config");
   for (const auto& edit : {std::make_pair("limits    -30 30", "limits    -1 1"),
                            std::make_pair("linear 20 0 \"degC\"", "linear 5e36 0 \"degC\""),
-                           std::make_pair("linear 20 50 \"%\"", "linear 1e40 0 \"%\"")}) {
-    const size_t at = text.find(edit.first);
-    EXPECT_NE(at, std::string::npos) << edit.first;
-    if (at != std::string::npos) text.replace(at, strlen(edit.first), edit.second);
+                           std::make_pair("linear 20 50 \"%\"", "linear 1e40 0 \"%\"")})
+    text.replace(text.find(edit.first), strlen(edit.first), edit.second);
+  site.write("projects/demo/ops1/prep.config", text);
+  std::vector<RunResult> runs;
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"-F", "CSV", "u.wind", "t.met", "rh.hum"}, {"--limits", "-F", "CSV", "u.wind", "t.met", "rh.hum"},
+           {"-F", "HMS", "t.met", "rh.hum"}}) {
+    std::vector<std::string> argv = {CAL_DUMP_BIN, "-s", "2026 nov 21 12:00", "-e", "2026 nov 21 12:00:30"};
+    argv.insert(argv.end(), args.begin(), args.end());
+    runs.push_back(runProgram(argv, "", {"HERON=" + site.root()}));
+    ASSERT_EQ(runs.back().status, 0) << runs.back().err;
   }
-  std::ofstream(path, std::ios::trunc) << text;
-  return {"HERON=" + site.root(), "PROJECT=demo", "OPS=ops1"};
-}
-
-RunResult calDumpIn(const std::vector<std::string>& env, std::vector<std::string> args) {
-  args.insert(args.begin(), {CAL_DUMP_BIN, "-s", "2026 nov 21 12:00", "-e", "2026 nov 21 12:00:30"});
-  return runProgram(args, "", env);
-}
-
-TEST(CalDump, LimitsMakeValuesMissingAndCountThem) {
-  ScratchSite site("demo", "ops1");
-  const std::vector<std::string> env = editedSite(site);
-  const RunResult plain = calDumpIn(env, {"-F", "CSV", "u.wind", "v.wind"});
-  const RunResult limited = calDumpIn(env, {"-F", "CSV", "--limits", "u.wind", "v.wind"});
-  ASSERT_EQ(limited.status, 0) << limited.err;
-  EXPECT_EQ(plain.err.find("limits"), std::string::npos) << plain.err;
-  const RunResult check = runProgram({"/usr/bin/python3", "-c",
-                                      "import csv, sys\n"
-                                      "a = list(csv.reader(open(sys.argv[1])))\n"
-                                      "b = list(csv.reader(open(sys.argv[2])))\n"
-                                      "out = [x[1] for x, y in zip(a, b) if x != y]\n"
-                                      "gone = [y[1] for x, y in zip(a, b) if x != y]\n"
-                                      "print(len(a) == len(b), len(out), all(abs(float(u)) > 1 for u in out), set(gone))\n",
-                                      site.write("plain.csv", plain.out), site.write("limited.csv", limited.out)});
-  const std::string outside = check.out.substr(5, check.out.find(' ', 5) - 5);
-  EXPECT_EQ(check.out, "True " + outside + " True {''}\n") << check.err;
-  EXPECT_GT(atoi(outside.c_str()), 0);
-  EXPECT_NE(limited.err.find("cal_dump: limits: u.wind " + outside + " outside [-1, 1]\n"), std::string::npos)
-      << limited.err;
-}
-
-TEST(CalDump, NearMissingValuesAreWrittenMissing) {
-  // 5e36 x volts lies between 1e36 and the mark 1e37 (as the tilt leaves a
-  // rotated mark), and 1e40 x volts is beyond a float.
-  ScratchSite site("demo", "ops1");
-  const std::vector<std::string> env = editedSite(site);
-  const RunResult csv = calDumpIn(env, {"-F", "CSV", "t.met", "rh.hum", "p.baro"});
-  ASSERT_EQ(csv.status, 0) << csv.err;
-  const RunResult msec = calDumpIn(env, {"-F", "HMS", "t.met", "rh.hum"});
-  ASSERT_EQ(msec.status, 0) << msec.err;
-  const RunResult check = runProgram({"/usr/bin/python3", "-c",
-                                      "import csv, sys\n"
-                                      "rows = list(csv.reader(open(sys.argv[1])))[1:]\n"
-                                      "text = [l.split()[1:] for l in open(sys.argv[2])]\n"
-                                      "print(len(rows), {r[1] + r[2] for r in rows}, len(text), {v for l in text for v in l})\n",
-                                      site.write("all.csv", csv.out), site.write("all.txt", msec.out)});
-  EXPECT_EQ(check.out, "1230 {''} 1200 {'1e+37'}\n") << check.err;
+  const RunResult check = runProgram(
+      {"/usr/bin/python3", "-c",
+       "import csv, sys\n"
+       "a, b = (list(csv.reader(open(f))) for f in sys.argv[1:3])\n"
+       "out = [float(x[1]) for x, y in zip(a[1:], b[1:]) if x != y and y[1] == '']\n"
+       "text = {v for l in open(sys.argv[3]) for v in l.split()[1:]}\n"
+       "print(sum(x != y for x, y in zip(a, b)) == len(out), len(out), all(abs(u) > 1 for u in out),\n"
+       "      {r[2] + r[3] for r in a[1:]}, text)\n",
+       site.write("a.csv", runs[0].out), site.write("b.csv", runs[1].out), site.write("c.txt", runs[2].out)});
+  EXPECT_EQ(check.out, "True 292 True {''} {'1e+37'}\n") << check.err;
+  EXPECT_EQ(runs[0].err.find("limits"), std::string::npos) << runs[0].err;
+  EXPECT_NE(runs[1].err.find("cal_dump: limits: u.wind 292 outside [-1, 1]\n"), std::string::npos) << runs[1].err;
 }
 
 TEST(CalDump, PlotIsAPngOfTheSizeAsked) {
