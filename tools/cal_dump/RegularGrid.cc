@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <stdexcept>
 #include <string>
 
 namespace heron {
@@ -18,10 +19,6 @@ long long stepOf(long long ms, long long stepMs) {
 
 long long millisecondsOf(double t) { return llround(t * 1000.0); }
 
-size_t slotOf(long long step, size_t nslots) {
-  const long long n = static_cast<long long>(nslots);
-  return static_cast<size_t>(((step % n) + n) % n);
-}
 
 }  // namespace
 
@@ -53,16 +50,8 @@ bool parseGridStep(const char* text, long long* stepMs) {
   return true;
 }
 
-RegularGrid::RegularGrid(long long stepMs, size_t ncols, double holdSeconds, TableSink* next)
-    : stepMs_(stepMs),
-      ncols_(ncols),
-      // The open steps: those of the hold, and the one of the latest record.
-      nslots_(static_cast<size_t>(ceil(holdSeconds * 1000.0 / static_cast<double>(stepMs))) + 1),
-      next_(next),
-      sums_(nslots_ * ncols),
-      counts_(nslots_ * ncols),
-      out_(ncols),
-      all_(ncols) {
+RegularGrid::RegularGrid(long long stepMs, size_t ncols, TableSink* next)
+    : stepMs_(stepMs), next_(next), sums_(ncols), counts_(ncols), out_(ncols), all_(ncols) {
   for (size_t i = 0; i < ncols; ++i) all_[i] = i;
 }
 
@@ -77,38 +66,23 @@ void RegularGrid::row(const Record& r) {
   if (!started_) {
     started_ = true;
     written_ = spanned_ && first_ < step ? first_ : step;
-    top_ = written_ - 1;
   }
-  if (step < written_) {
-    for (size_t k = 0; k < r.npresent; ++k) late_ += isGood(r.values[r.present[k]]) ? 1 : 0;
-    return;
-  }
-  if (step > top_) {
-    // Only the steps of the hold stay open; the slots of the newer steps
-    // are empty, as writing a step empties its slot.
-    writeUpTo(step - static_cast<long long>(nslots_) + 1);
-    top_ = step;
-  }
-  const size_t slot = slotOf(step, nslots_);
-  double* sums = &sums_[slot * ncols_];
-  uint32_t* counts = &counts_[slot * ncols_];
+  if (step < written_) throw std::logic_error("RegularGrid: a record at " + std::to_string(r.t) + " after a later one");
+  writeUpTo(step);
   for (size_t k = 0; k < r.npresent; ++k) {
     const size_t c = r.present[k];
     if (!isGood(r.values[c])) continue;
-    sums[c] += r.values[c];
-    ++counts[c];
+    sums_[c] += r.values[c];
+    ++counts_[c];
   }
 }
 
 void RegularGrid::writeUpTo(long long step) {
   for (; written_ < step; ++written_) {
-    const size_t slot = slotOf(written_, nslots_);
-    double* sums = &sums_[slot * ncols_];
-    uint32_t* counts = &counts_[slot * ncols_];
-    for (size_t c = 0; c < ncols_; ++c) {
-      out_[c] = counts[c] > 0 ? sums[c] / counts[c] : NAN;
-      sums[c] = 0;
-      counts[c] = 0;
+    for (size_t c = 0; c < out_.size(); ++c) {
+      out_[c] = counts_[c] > 0 ? sums_[c] / counts_[c] : NAN;
+      sums_[c] = 0;
+      counts_[c] = 0;
     }
     const double t = static_cast<double>(written_ * stepMs_) / 1000.0;
     next_->row(Record{t, 0, out_.data(), all_.data(), all_.size()});
@@ -116,7 +90,7 @@ void RegularGrid::writeUpTo(long long step) {
 }
 
 void RegularGrid::finish() {
-  if (started_) writeUpTo((spanned_ && last_ > top_ ? last_ : top_) + 1);
+  if (started_) writeUpTo((spanned_ && last_ > written_ ? last_ : written_) + 1);
   next_->finish();
 }
 

@@ -8,17 +8,17 @@
 // its last instant; without one, from the step of the first record to that
 // of the last.
 //
-// Records come in time order except values that a time lag moved back:
-// the grid keeps the steps of the last holdSeconds open and writes a step
-// only once the records have moved on past that; a good value for a step
-// already written is left out and counted (late()).  Its memory is those
-// open steps, whatever the length of the span.
+// Records must come in time order (TimeOrder puts the lagged values
+// back in place); a record of a step already written throws
+// std::logic_error.  Its memory is one step's sums, whatever the length
+// of the span.
 #ifndef HERON_TOOLS_CAL_DUMP_REGULARGRID_H
 #define HERON_TOOLS_CAL_DUMP_REGULARGRID_H
 
 #include <stdint.h>
 
 #include <vector>
+
 
 #include "Table.h"
 
@@ -35,29 +35,24 @@ bool parseGridStep(const char* text, long long* stepMs);
 
 class RegularGrid : public TableSink {
  public:
-  RegularGrid(long long stepMs, size_t ncols, double holdSeconds, TableSink* next);
+  RegularGrid(long long stepMs, size_t ncols, TableSink* next);
   // Makes the grid cover [from, to) (seconds since 1970) whatever the
   // records' times; called before the first record.
   void cover(double from, double to);
   void row(const Record& r) override;
-  // Writes the steps still open, and up to the span's end; then finishes
-  // the next sink.
+  // Writes the current step, and the empty ones up to the span's end;
+  // then finishes the next sink.
   void finish() override;
-  // Good values that came after their step was written.
-  long late() const { return late_; }
 
  private:
   void writeUpTo(long long step);  // every step before it
 
   long long stepMs_;
-  size_t ncols_, nslots_;
   TableSink* next_;
   bool started_ = false, spanned_ = false;
   long long first_ = 0, last_ = 0;  // of the span, when spanned_
   long long written_ = 0;           // the first step not yet written
-  long long top_ = 0;               // the latest step that had a record
-  long late_ = 0;
-  std::vector<double> sums_;        // per open step (slot), per column
+  std::vector<double> sums_;        // of the step written_, per column
   std::vector<uint32_t> counts_;
   std::vector<double> out_;
   std::vector<size_t> all_;

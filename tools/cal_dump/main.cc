@@ -10,8 +10,9 @@
 // the calibration configuration of $HERON/projects/$PROJECT/$OPS.  Each
 // calibrated sample is written in one of FullDataSample's forms (text forms
 // one record per line), as CSV or as NetCDF; -a writes interval statistics
-// instead, -r the means of a regular time grid, and --plot draws a PNG.  Without variables, every variable the
-// site's sensors produce.  See cal_dump.1.
+// instead, -r the means of a regular time grid, and --plot draws a PNG.
+// Without variables, every variable the site's sensors produce.  See
+// cal_dump.1.
 #include <errno.h>
 #include <math.h>
 #include <signal.h>
@@ -38,6 +39,7 @@
 #include "RegularGrid.h"
 #include "SampleFormSink.h"
 #include "SampleScreen.h"
+#include "TimeOrder.h"
 #include "base/Exception.h"
 #include "base/clock.h"
 #include "calconfig/CalConfig.h"
@@ -209,8 +211,8 @@ bool derived(const Options& o) { return o.interval > 0 || o.gridMs > 0; }
 // The sinks the records go to; head takes them.  Destroyed before the
 // output they write into.
 struct Sinks {
-  std::unique_ptr<TableSink> table, plot, stats;
-  std::unique_ptr<heron::RegularGrid> grid;
+  std::unique_ptr<TableSink> table, plot, stats, grid;
+  std::unique_ptr<heron::TimeOrder> order;
   Tee tee;
   TableSink* head = &tee;
 };
@@ -239,7 +241,8 @@ std::vector<Column> writtenColumns(const Options& o, const std::vector<Column>& 
 }
 
 // The table's sink, the plot's, and the interval statistics and the grid
-// before them.  The grid holds its steps open for holdSeconds.
+// before them, which take the records in time order: the lagged values are
+// held holdSeconds to be put back in place.
 void buildSinks(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& columns,
                 const std::vector<std::pair<int, int>>& pairs, double holdSeconds, OutputFile& out, Sinks* sinks) {
   const std::vector<Column> written = writtenColumns(o, columns, pairs);
@@ -252,13 +255,18 @@ void buildSinks(const Options& o, const std::vector<HeronDataId*>& ids, const st
     sinks->tee.add(sinks->plot.get());
   }
   if (o.gridMs > 0) {
-    sinks->grid.reset(new heron::RegularGrid(o.gridMs, written.size(), holdSeconds, &sinks->tee));
-    if (!o.live) sinks->grid->cover(o.start, o.end);
-    sinks->head = sinks->grid.get();
+    auto grid = new heron::RegularGrid(o.gridMs, written.size(), &sinks->tee);
+    sinks->grid.reset(grid);
+    if (!o.live) grid->cover(o.start, o.end);
+    sinks->head = grid;
   }
   if (o.interval > 0) {
     sinks->stats.reset(new IntervalStats(o.interval, columns.size(), pairs, sinks->head));
     sinks->head = sinks->stats.get();
+  }
+  if (derived(o)) {
+    sinks->order.reset(new heron::TimeOrder(holdSeconds, columns.size(), sinks->head));
+    sinks->head = sinks->order.get();
   }
 }
 
@@ -380,9 +388,9 @@ int run(const Options& o) {
   readAll(cfg, o, ids, out, sinks.head, screen, live.get(), &records);
   const std::string limits = screen.summary("cal_dump");
   if (!limits.empty()) fprintf(stderr, "%s\n", limits.c_str());
-  if (sinks.grid && sinks.grid->late() > 0)
-    fprintf(stderr, "cal_dump: -r: %ld values came more than %g s after newer ones and were left out\n",
-            sinks.grid->late(), hold);
+  if (sinks.order && sinks.order->late() > 0)
+    fprintf(stderr, "cal_dump: %ld values came more than %g s after newer ones and were left out\n",
+            sinks.order->late(), hold);
   const int status = conclude(o, records, sinks.head, out);
   if (live) fprintf(stderr, "cal_dump: %ld records, %ld reconnections\n", records, live->reconnections());
   return status;

@@ -73,16 +73,18 @@ TEST(CalDump, NetcdfReadByNcdump) {
 TEST(CalDump, StatisticsAndGridAgreeWithTheSamples) {
   // The first ten seconds' samples as CSV, their statistics and their grid
   // of seconds, checked by python's own arithmetic.  q arrives 5 ms after w:
-  // w pairs with the q before it; q's lag puts it in the grid's step before.
+  // w pairs with the q before it; the irga's values come 0.8 s late.
   ScratchSite dir;
   const std::string samples = dir.root() + "/samples.csv", stats = dir.root() + "/stats.csv";
   const std::string grid = dir.root() + "/grid.csv";
-  ASSERT_EQ(calDump({"-F", "CSV", "-e", "2026 nov 21 12:00:10", "-o", samples, "u.wind", "w.wind", "q.kh2o"}).status, 0);
+  ASSERT_EQ(calDump({"-F", "CSV", "-e", "2026 nov 21 12:00:10", "-o", samples, "u.wind", "w.wind", "q.kh2o",
+                     "co2.irga"}).status,
+            0);
   const RunResult r = calDump({"-F", "CSV", "-a", "10", "-c", "w.wind:u.wind,q.kh2o", "-o", stats, "u.wind", "w.wind",
                                "q.kh2o"});
   ASSERT_EQ(r.status, 0) << r.err;
-  ASSERT_EQ(calDump({"-F", "CSV", "-r", "1s", "-e", "2026 nov 21 12:00:10", "-o", grid, "u.wind", "w.wind", "q.kh2o"})
-                .status,
+  ASSERT_EQ(calDump({"-F", "CSV", "-r", "1s", "-e", "2026 nov 21 12:00:10", "-o", grid, "u.wind", "w.wind", "q.kh2o",
+                     "co2.irga"}).status,
             0);
   const RunResult check = runProgram(
       {"/usr/bin/python3", "-c",
@@ -100,10 +102,10 @@ TEST(CalDump, StatisticsAndGridAgreeWithTheSamples) {
        "got = [float(x) for x in got[1:7] + got[10:]]\n"
        "print(head[10:], all(abs(g - x) < 1e-4 * (1 + abs(x)) for g, x in zip(got, want)), len(got))\n"
        "steps = collections.defaultdict(list)\n"
-       "[steps[(r[0][:19], c)].append(float(r[c])) for r in rows for c in range(1, 4) if r[c]]\n"
+       "[steps[(r[0][:19], c)].append(float(r[c])) for r in rows for c in range(1, 5) if r[c]]\n"
        "grid = list(csv.reader(open(sys.argv[3])))[1:]\n"
        "print([g[0][11:] for g in grid[::9]], all(abs(float(g[c]) - st.mean(steps[(g[0][:19], c)])) < 1e-4\n"
-       "      for g in grid for c in range(1, 4)))\n",
+       "      for g in grid for c in range(1, 5)))\n",
        samples, stats, grid});
   EXPECT_EQ(check.out,
             "['cov.w.wind.u.wind (m/s m/s)', 'cov.w.wind.q.kh2o (m/s g/m^3)'] True 8\n"

@@ -1,6 +1,7 @@
-// The regular grid against hand-made series (empty steps, values on a step's
-// boundary, missing values, alignment, a span, lagged values), and the
-// grid step's text.
+// The regular grid, behind the stage that puts lagged records back in
+// time order, against hand-made series (empty steps, values on a step's
+// boundary, missing values, alignment, a span, lagged and late values), and
+// the grid step's text.
 #include <gtest/gtest.h>
 
 #include <math.h>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "RegularGrid.h"
+#include "TimeOrder.h"
 
 namespace {
 
@@ -43,18 +45,19 @@ TEST(RegularGrid, StepsOfTheSeries) {
        "0.25 1 1|0.5 nan nan|0.75 2 2|end, 0 late"},
       {"a span is covered whole, its end not included", 1000, 98.5, 102, {{100.2, 1, 2}},
        "98 nan nan|99 nan nan|100 1 2|101 nan nan|end, 0 late"},
-      {"a lagged value joins its step while the step is open (1 s)", 500, 0, 0,
-       {{10.0, 1, N}, {10.6, 2, N}, {10.1, 3, N}, {12.0, 4, N}, {10.7, 5, 6}},
-       "10 2 nan|10.5 2 nan|11 nan nan|11.5 nan nan|12 4 nan|end, 2 late"},
+      {"a lagged record is put in place; one behind a record passed on is late (held 1 s)", 500, 0, 0,
+       {{10.0, 1, N}, {10.6, 2, N}, {10.1, 3, N}, {12.0, 4, N}, {10.7, 5, 6}, {10.5, 7, 7}},
+       "10 2 nan|10.5 3.5 6|11 nan nan|11.5 nan nan|12 4 nan|end, 2 late"},
   };
   for (const auto& c : cases) {
     Text out;
-    heron::RegularGrid grid(c.stepMs, 2, 1.0, &out);
+    heron::RegularGrid grid(c.stepMs, 2, &out);
+    heron::TimeOrder order(1.0, 2, &grid);
     if (c.from < c.to) grid.cover(c.from, c.to);
     const size_t both[2] = {0, 1};
-    for (const auto& r : c.in) grid.row(Record{r[0], 0, &r[1], both, 2});
-    grid.finish();
-    EXPECT_EQ(out.text + ", " + std::to_string(grid.late()) + " late", c.out) << c.what;
+    for (const auto& r : c.in) order.row(Record{r[0], 0, &r[1], both, 2});
+    order.finish();
+    EXPECT_EQ(out.text + ", " + std::to_string(order.late()) + " late", c.out) << c.what;
   }
 }
 

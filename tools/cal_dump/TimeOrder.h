@@ -1,0 +1,47 @@
+// Puts the table's records back in time order for the sinks that need it
+// (the interval statistics, the regular grid).  Calibration hands out a
+// value with a time lag moved back by its lag, after records of later
+// times: the irga's 0.8 s lag interleaves its values with the sonic's of
+// 0.8 s later.  Records are held until the newest record is holdSeconds
+// past them, then passed on in time order (records of the same time in the
+// order they came).  A record that comes after a later one was passed on
+// is left out, its good values counted (late()).  Memory is the records of
+// holdSeconds, whatever the length of the span.
+#ifndef HERON_TOOLS_CAL_DUMP_TIMEORDER_H
+#define HERON_TOOLS_CAL_DUMP_TIMEORDER_H
+
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "Table.h"
+
+namespace heron {
+
+class TimeOrder : public TableSink {
+ public:
+  TimeOrder(double holdSeconds, size_t ncols, TableSink* next);
+  void row(const Record& r) override;
+  // Passes on every record held, then finishes the next sink.
+  void finish() override;
+  long late() const { return late_; }
+
+ private:
+  struct Held {
+    int group;
+    std::vector<std::pair<size_t, double>> values;  // the present columns
+  };
+  void passOn(double before);  // the records held from before that time
+
+  double hold_;
+  TableSink* next_;
+  std::multimap<double, Held> held_;
+  double newest_ = -1e300, passed_ = -1e300;
+  long late_ = 0;
+  std::vector<double> values_;
+  std::vector<size_t> present_;
+};
+
+}  // namespace heron
+
+#endif
