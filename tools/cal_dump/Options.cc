@@ -29,7 +29,7 @@ const char kUsage[] =
     "  -r rate  every variable on one regular time grid: the mean of each step;\n"
     "           rate is samples per second (10) or a period (100ms, 1s, 1min);\n"
     "           with -a, its intervals as a grid (the same step)\n"
-    "  --limits values outside prep.config's limits become missing, counted\n"
+    "  --limits  make values outside prep.config's limits missing; count them\n"
     "  --plot file.png        draw the variables (with -a their means) against\n"
     "                         time, one panel per unit\n"
     "  --plot-size WIDTHxHEIGHT  of the image in pixels (default 1000 wide,\n"
