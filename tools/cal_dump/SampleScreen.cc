@@ -8,8 +8,10 @@
 namespace heron {
 
 const std::vector<long>& SampleScreen::boundsOf(const FullDataSample& s) {
+  if (s.info == lastInfo_ && lastBounds_ != nullptr) return *lastBounds_;
+  lastInfo_ = s.info;
   auto t = tables_.find(s.info);
-  if (t != tables_.end()) return t->second;
+  if (t != tables_.end()) return *(lastBounds_ = &t->second);
   std::vector<long> table;
   for (int i = 0; i < s.size(); ++i) {
     const HeronDataId* id = s.info != nullptr ? s.info[i] : nullptr;
@@ -31,7 +33,7 @@ const std::vector<long>& SampleScreen::boundsOf(const FullDataSample& s) {
     }
     table.push_back(known->second);
   }
-  return tables_.emplace(s.info, std::move(table)).first->second;
+  return *(lastBounds_ = &tables_.emplace(s.info, std::move(table)).first->second);
 }
 
 void SampleScreen::apply(FullDataSample& s) {

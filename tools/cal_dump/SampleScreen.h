@@ -44,6 +44,8 @@ class SampleScreen {
   std::vector<Bounds> bounds_;
   std::unordered_map<const HeronDataId*, long> byId_;
   std::unordered_map<HeronDataId* const*, std::vector<long>> tables_;
+  HeronDataId* const* lastInfo_ = nullptr;  // the table of the sample before
+  const std::vector<long>* lastBounds_ = nullptr;
 };
 
 }  // namespace heron

@@ -10,7 +10,8 @@
 #ifndef HERON_TOOLS_CAL_DUMP_TIMEORDER_H
 #define HERON_TOOLS_CAL_DUMP_TIMEORDER_H
 
-#include <map>
+#include <deque>
+#include <queue>
 #include <utility>
 #include <vector>
 
@@ -28,14 +29,33 @@ class TimeOrder : public TableSink {
 
  private:
   struct Held {
-    int group;
+    double t;
+    long seq;  // the order the records came in
     std::vector<std::pair<size_t, double>> values;  // the present columns
+    bool before(const Held& o) const { return t < o.t || (t == o.t && seq < o.seq); }
   };
   void passOn(double before);  // the records held from before that time
 
   double hold_;
   TableSink* next_;
-  std::multimap<double, Held> held_;
+  // A group's front: its time, order and group.
+  struct Front {
+    double t;
+    long seq;
+    size_t group;
+    bool operator<(const Front& o) const { return t > o.t || (t == o.t && seq > o.seq); }  // latest on top
+  };
+
+  // Per group, in time order.  One group's records share their lag, so
+  // they come in order (nearly, while a lag file changes the lag): a new one
+  // goes in from the back, and passing on merges the groups' fronts, which
+  // fronts_ orders (an entry whose record is no longer its group's front
+  // is dropped when it comes up).  The value lists passed on are kept for
+  // reuse.
+  std::vector<std::deque<Held>> held_;
+  std::priority_queue<Front> fronts_;
+  std::vector<std::vector<std::pair<size_t, double>>> spare_;
+  long seq_ = 0;
   double newest_ = -1e300, passed_ = -1e300;
   long late_ = 0;
   std::vector<double> values_;
