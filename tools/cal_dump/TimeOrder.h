@@ -1,12 +1,13 @@
 // Puts the table's records back in time order for the sinks that need it
 // (the interval statistics, the regular grid).  Calibration hands out a
 // value with a time lag moved back by its lag, after records of later
-// times: the irga's 0.8 s lag interleaves its values with the sonic's of
-// 0.8 s later.  Records are held until the newest record is holdSeconds
-// past them, then passed on in time order (records of the same time in the
-// order they came).  A record that comes after a later one was passed on
-// is left out, its good values counted (late()).  Memory is the records of
-// holdSeconds, whatever the length of the span.
+// times: a gas analyser behind a 0.8 s tube interleaves its values with the
+// sonic's of 0.8 s later.  Records are held until the newest record is
+// holdSeconds past them, then passed on in time order (records of the same
+// time in the order they came), each with its group (0 or more, as
+// RowMaker numbers them).  A record that comes after a later one was passed
+// on is left out, its good values counted (late()).  Memory is the records
+// of holdSeconds, whatever the length of the span.
 #ifndef HERON_TOOLS_CAL_DUMP_TIMEORDER_H
 #define HERON_TOOLS_CAL_DUMP_TIMEORDER_H
 
