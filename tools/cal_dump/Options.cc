@@ -116,11 +116,10 @@ int checkAll(Options* o, const char* startText, const char* endText, const char*
 
 int readOptions(int argc, char** argv, Options* o) {
   enum { kPlot = 256, kPlotSize, kVersion };
-  static const struct option kLong[] = {{"help", no_argument, nullptr, 'h'},
+  static const struct option kLong[] = {{"help", no_argument, nullptr, 'h'}, {"verbose", no_argument, nullptr, 'v'},
                                         {"version", no_argument, nullptr, kVersion},
                                         {"plot", required_argument, nullptr, kPlot},
                                         {"plot-size", required_argument, nullptr, kPlotSize},
-                                        {"verbose", no_argument, nullptr, 'v'},
                                         {nullptr, 0, nullptr, 0}};
   const char *startText = nullptr, *endText = nullptr, *zone = nullptr;
   char* rest;
@@ -164,8 +163,7 @@ int readOptions(int argc, char** argv, Options* o) {
         char extra;
         if (strspn(optarg, "0123456789x") != strlen(optarg) || strlen(optarg) > 11 ||
             sscanf(optarg, "%dx%d%c", &o->plotWidth, &o->plotHeight, &extra) != 2 || o->plotWidth < 64 ||
-            o->plotHeight < 64 ||
-            o->plotWidth > 20000 || o->plotHeight > 20000)
+            o->plotHeight < 64 || o->plotWidth > 20000 || o->plotHeight > 20000)
           return fail("--plot-size: the plot size is WIDTHxHEIGHT in pixels, 64 to 20000, not", optarg);
         break;
       }
