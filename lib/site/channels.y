@@ -86,20 +86,19 @@ record
       }
   | TIMETAG WORD ';'
       {
-        /* msecs leaves the type as it is: once a file of the process has
-           named wierd12, the site's tags stay wierd12. */
+        /* Any word but wierd12 leaves the type as it is: once a file of the
+           process has named wierd12, the site's tags stay wierd12.  A
+           misspelt type would still read every tag in the old way and drop
+           the samples as untrusted, so it is named with its place. */
         const std::string word = take($2);
         if (word == "wierd12") {
           *p.timeTag = wierd12;
         } else if (word != "msecs") {
-          /* A misspelt type would read every tag wrongly and drop every
-             sample as untrusted: the file is refused instead. */
           if (p.faults != nullptr)
             p.faults->push_back(SiteFault{p.file, p.scanner->line(), "time-tag type \"" + word + "\": msecs or wierd12"});
-          else {
-            channelserror(p, ("unknown time-tag type \"" + word + "\" (msecs or wierd12)").c_str());
-            YYABORT;
-          }
+          else
+            logit(LOG_WARNING, "Warning: unknown time-tag type \"%s\" (msecs or wierd12) in line %d of %s; the type is left as it was",
+                  word.c_str(), p.scanner->line(), p.file);
         }
       }
   ;
