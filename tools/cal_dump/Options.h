@@ -20,6 +20,7 @@ struct Options {
   std::string plot;
   int plotWidth = 1000, plotHeight = 0;  // 0: 250 pixels per panel
   std::vector<std::string> variables;
+  bool verbose = false;  // -v: the library's information lines too
 };
 
 // Reads the command line into o; returns -1 to go on, else the exit status

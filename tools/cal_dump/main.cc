@@ -36,12 +36,13 @@
 #include "Options.h"
 #include "OutputFile.h"
 #include "PlotSink.h"
+#include "Progress.h"
 #include "RegularGrid.h"
 #include "SampleFormSink.h"
 #include "SampleScreen.h"
 #include "TimeOrder.h"
 #include "base/Exception.h"
-#include "base/clock.h"
+#include "base/logit.h"
 #include "calconfig/CalConfig.h"
 #include "calconfig/TaggedSample.h"
 #include "samples/RawDataInput.h"
@@ -145,28 +146,6 @@ std::string title() {
   const char* ops = getenv("OPS");
   return std::string("calibrated variables of project ") + (project ? project : "?") + ", " + (ops ? ops : "?");
 }
-
-// "samples read, per cent of the span" on a terminal's standard error.
-class Progress {
- public:
-  Progress(bool on, double start, double end) : on_(on), start_(start), end_(end) {}
-  ~Progress() {
-    if (shown_) fputs("\r\033[K", stderr);
-  }
-  void update(long samples, double t) {
-    if (!on_ || (samples & 1023) != 0) return;
-    const double now = heron::monotonicSeconds();
-    if (now - last_ < 0.5) return;
-    last_ = now;
-    shown_ = true;
-    fprintf(stderr, "\rcal_dump: %ld samples read, %3.0f%% of the span", samples,
-            100.0 * (t - start_) / (end_ - start_));
-  }
-
- private:
-  bool on_, shown_ = false;
-  double start_, end_, last_ = 0;
-};
 
 // The variables named, and those of the pairs when variables are named.
 std::vector<std::string> variableNames(const Options& o) {
@@ -304,7 +283,7 @@ void readAll(CalConfig& cfg, const Options& o, const std::vector<HeronDataId*>& 
              TableSink* head, heron::SampleScreen& screen, heron::LiveStations* live, long* records) {
   const bool direct = directForm(o) && !derived(o);
   RowMaker rows(ids);
-  Progress progress(!o.live && isatty(2), o.start, o.end);
+  heron::Progress progress(!o.live && isatty(2), o.start, o.end);
   SampleStream<TaggedSampleBase> stream;
   long samples = 0;
   try {
@@ -402,6 +381,7 @@ int main(int argc, char** argv) {
   Options o;
   const int status = readOptions(argc, argv, &o);
   if (status >= 0) return status;
+  heron::showInformation(o.verbose);
   static char outbuf[1 << 16];
   setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
   try {
