@@ -18,6 +18,7 @@ struct Options {
   std::string plot;
   int plotWidth = 1000, plotHeight = 0;  // 0: 250 pixels per panel
   std::vector<std::string> variables;
+  std::string commandLine;  // as typed, words quoted where a shell needs it
 };
 
 // Reads the command line into o; returns -1 to go on, else the exit status

@@ -28,6 +28,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "CfNames.h"
 #include "CsvSink.h"
 #include "IntervalStats.h"
 #include "LiveStations.h"
@@ -142,6 +143,20 @@ std::string title() {
   return std::string("calibrated variables of project ") + (project ? project : "?") + ", " + (ops ? ops : "?");
 }
 
+// The NetCDF file's globals: the site, and when and how it was made.
+heron::FileGlobals fileGlobals(const Options& o) {
+  const char* project = getenv("PROJECT");
+  const char* ops = getenv("OPS");
+  char made[32] = "";
+  const time_t now = time(nullptr);
+  struct tm utc;
+  if (now == static_cast<time_t>(-1) || gmtime_r(&now, &utc) == nullptr ||
+      strftime(made, sizeof made, "%Y-%m-%dT%H:%M:%SZ", &utc) == 0)
+    throw oru::IOException("the clock", "time", errno);
+  return {title(), std::string(made) + ": " + o.commandLine,
+          std::string("cal_dump (") + HERON_PACKAGE + ") " + HERON_VERSION, project ? project : "", ops ? ops : ""};
+}
+
 // "samples read, per cent of the span" on a terminal's standard error.
 class Progress {
  public:
@@ -179,7 +194,8 @@ std::vector<Column> columnsOf(CalConfig& cfg, const std::vector<HeronDataId*>& i
   for (const HeronDataId* id : ids) idNames.push_back(id->name.c_str());
   const std::vector<std::string> units = cfg.GetUnits(idNames);
   std::vector<Column> columns;
-  for (size_t i = 0; i < ids.size(); ++i) columns.push_back({ids[i]->name, units[i], ""});
+  for (size_t i = 0; i < ids.size(); ++i)
+    columns.push_back({ids[i]->name, units[i], "", ids[i]->name, heron::longNameOf(ids[i]->name)});
   return columns;
 }
 
@@ -213,7 +229,7 @@ struct Sinks {
 TableSink* tableSink(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& written,
                      const std::vector<std::pair<int, int>>& pairs, OutputFile& out) {
   if (o.format == kCsv) return new CsvSink(out.fp(), written, o.live);
-  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, title());
+  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, fileGlobals(o), o.interval);
   if (o.interval <= 0) return nullptr;
   // Each statistic carries its variable's index; a covariance its first one's.
   std::vector<short> indices;
@@ -225,7 +241,7 @@ TableSink* tableSink(const Options& o, const std::vector<HeronDataId*>& ids, con
 // The table's sink, the plot's, and the interval statistics before them.
 void buildSinks(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& columns,
                 const std::vector<std::pair<int, int>>& pairs, OutputFile& out, Sinks* sinks) {
-  const std::vector<Column> written = o.interval > 0 ? IntervalStats::statsColumns(columns, pairs) : columns;
+  const std::vector<Column> written = o.interval > 0 ? IntervalStats::statsColumns(columns, pairs, o.interval) : columns;
   sinks->table.reset(tableSink(o, ids, written, pairs, out));
   if (sinks->table) sinks->tee.add(sinks->table.get());
   if (!o.plot.empty()) {
