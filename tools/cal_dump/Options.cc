@@ -72,25 +72,6 @@ int readTime(const char* text, int local, double* out) {
   return -1;
 }
 
-// The words of the command line, each quoted when a shell would split or
-// expand it, so that the line can be run again.
-std::string commandLine(int argc, char** argv) {
-  std::string line;
-  for (int i = 0; i < argc; ++i) {
-    const std::string word = argv[i];
-    if (i > 0) line += ' ';
-    if (!word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
-                                                "_-+=.,:/@%") == std::string::npos) {
-      line += word;
-      continue;
-    }
-    line += '\'';
-    for (char c : word) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    line += '\'';
-  }
-  return line;
-}
-
 int fail(const char* what, const char* text) {
   fprintf(stderr, "cal_dump: %s \"%s\"\n", what, text);
   return 1;
@@ -140,7 +121,6 @@ int readOptions(int argc, char** argv, Options* o) {
                                         {nullptr, 0, nullptr, 0}};
   const char *startText = nullptr, *endText = nullptr, *zone = nullptr;
   char* rest;
-  o->commandLine = commandLine(argc, argv);
   for (int opt; (opt = getopt_long(argc, argv, "s:e:F:z:lo:a:c:h", kLong, nullptr)) != -1;) {
     switch (opt) {
       case 's': startText = optarg; break;
@@ -192,4 +172,21 @@ int readOptions(int argc, char** argv, Options* o) {
   }
   for (int i = optind; i < argc; ++i) o->variables.push_back(argv[i]);
   return checkAll(o, startText, endText, zone);
+}
+
+std::string commandLine(int argc, char** argv) {
+  std::string line;
+  for (int i = 0; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (i > 0) line += ' ';
+    if (!word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                                "_-+=.,:/@%") == std::string::npos) {
+      line += word;
+      continue;
+    }
+    line += '\'';
+    for (char c : word) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    line += '\'';
+  }
+  return line;
 }

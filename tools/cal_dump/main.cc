@@ -378,6 +378,7 @@ int main(int argc, char** argv) {
   Options o;
   const int status = readOptions(argc, argv, &o);
   if (status >= 0) return status;
+  o.commandLine = commandLine(argc, argv);
   static char outbuf[1 << 16];
   setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
   try {

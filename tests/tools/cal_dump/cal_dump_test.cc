@@ -20,9 +20,9 @@ namespace {
 
 const std::vector<std::string> kSite = {"HERON=" HERON_SOURCE_DIR "/examples/site", "PROJECT=demo", "OPS=ops1"};
 
-RunResult calDump(std::vector<std::string> args) {
+RunResult calDump(std::vector<std::string> args, const std::vector<std::string>& site = kSite) {
   args.insert(args.begin(), {CAL_DUMP_BIN, "-s", "2026 nov 21 12:00", "-e", "2026 nov 21 12:00:30"});
-  return runProgram(args, "", kSite);
+  return runProgram(args, "", site);
 }
 
 TEST(CalDump, FormatsOfTheExampleSite) {
@@ -61,21 +61,13 @@ TEST(CalDump, NetcdfReadByXarray) {
   if (runProgram({"/usr/bin/python3", "-c", "import xarray, netCDF4"}).status != 0)
     GTEST_SKIP() << "python3-xarray or python3-netcdf4 is not installed";
   ScratchSite site("demo", "ops1");
-  ASSERT_EQ(system(("cp -r " HERON_SOURCE_DIR "/examples/site/. '" + site.root() + "'").c_str()), 0);
-  std::string prep = fileText(site.opsDir() + "/prep.config");
-  const std::string met = "calibrate linear 20 0 \"degC\"";
-  ASSERT_NE(prep.find(met), std::string::npos);
-  prep.replace(prep.find(met), met.size(), "calibrate linear 0 5e36 \"degC\"");
-  site.write("projects/demo/ops1/prep.config", prep);
-  const std::vector<std::string> env = {"HERON=" + site.root(), "PROJECT=demo", "OPS=ops1"};
+  ASSERT_EQ(system(("cp -r " HERON_SOURCE_DIR "/examples/site/. '" + site.root() + "' && sed -i " +
+                    "'s/linear 20 0 \"degC\"/linear 0 5e36 \"degC\"/' " + site.opsDir() + "/prep.config").c_str()), 0);
   const std::string samples = site.root() + "/samples.nc", stats = site.root() + "/stats.nc";
-  const std::vector<std::string> runs[] = {{"-o", samples}, {"-a", "10", "-c", "w.wind:u.wind", "-o", stats}};
-  for (const std::vector<std::string>& extra : runs) {
-    std::vector<std::string> args = {CAL_DUMP_BIN, "-s", "2026-11-21T12:00:00Z", "-e", "2026-11-21T12:00:30Z",
-                                     "-F", "NETCDF"};
-    args.insert(args.end(), extra.begin(), extra.end());
-    args.insert(args.end(), {"u.wind", "w.wind", "t.met", "p.baro"});
-    const RunResult r = runProgram(args, "", env);
+  for (std::vector<std::string> args :
+       {std::vector<std::string>{"-o", samples}, {"-a", "10", "-c", "w.wind:u.wind", "-o", stats}}) {
+    args.insert(args.end(), {"-F", "NETCDF", "u.wind", "w.wind", "t.met", "p.baro"});
+    const RunResult r = calDump(args, {"HERON=" + site.root(), "PROJECT=demo", "OPS=ops1"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err.find("UDUNITS"), std::string::npos) << r.err;
   }
