@@ -38,14 +38,19 @@ NetcdfSink::NetcdfSink(const std::string& path, const std::vector<Column>& colum
       colGroup_(columns.size(), -1),
       colVar_(columns.size(), -1) {
   check(nc_create(path.c_str(), NC_CLOBBER | NC_NETCDF4, &nc_), "nc_create");
-  text(NC_GLOBAL, "Conventions", "CF-1.8");
-  text(NC_GLOBAL, "title", globals.title);
-  text(NC_GLOBAL, "history", globals.history);
-  text(NC_GLOBAL, "source", globals.source);
-  text(NC_GLOBAL, "project", globals.project);
-  text(NC_GLOBAL, "ops", globals.ops);
-  if (cellMs_ > 0) check(nc_def_dim(nc_, "nv", 2, &boundsDim_), "nc_def_dim");
-  check(nc_enddef(nc_), "nc_enddef");
+  try {
+    text(NC_GLOBAL, "Conventions", "CF-1.8");
+    text(NC_GLOBAL, "title", globals.title);
+    text(NC_GLOBAL, "history", globals.history);
+    text(NC_GLOBAL, "source", globals.source);
+    text(NC_GLOBAL, "project", globals.project);
+    text(NC_GLOBAL, "ops", globals.ops);
+    if (cellMs_ > 0) check(nc_def_dim(nc_, "nv", 2, &boundsDim_), "nc_def_dim");
+    check(nc_enddef(nc_), "nc_enddef");
+  } catch (...) {
+    nc_close(nc_);  // no destructor runs for an object not made
+    throw;
+  }
 }
 
 NetcdfSink::~NetcdfSink() {
