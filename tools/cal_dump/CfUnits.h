@@ -3,7 +3,7 @@
 // tools: a site's spelling that means something else there ("mb" is a
 // millibarn, an area) is written in the spelling that means what the site
 // meant ("hPa"); a unit UDUNITS-2 cannot read is written as given, with one
-// warning per spelling.  The unit database is read once, when a Units is
+// warning per unknown word.  The unit database is read once, when a Units is
 // made, and freed with it.
 #ifndef HERON_TOOLS_CAL_DUMP_CFUNITS_H
 #define HERON_TOOLS_CAL_DUMP_CFUNITS_H
@@ -38,7 +38,8 @@ class Units {
 
   // The spelling to write for the unit text of variable var: respelled,
   // and when UDUNITS-2 still cannot read it, text as given with a warning
-  // on warnings, the first time that spelling is seen.
+  // on warnings, unless every word of it UDUNITS-2 cannot read has been
+  // warned about before ("xyzzy", then "(xyzzy)^2" is not reported).
   std::string written(const std::string& text, const std::string& var, FILE* warnings);
 
  private:

@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include "CfNames.h"
+#include "CfUnits.h"
 #include "base/Exception.h"
 
 namespace {
@@ -17,6 +18,22 @@ std::vector<std::string> namesOf(const std::vector<Column>& columns) {
   std::vector<std::string> names;
   for (const Column& c : columns) names.push_back(c.name);
   return heron::netcdfNames(names);
+}
+
+// The columns' units as written and their standard names, found before
+// the first record, so that a warning never breaks a progress line.
+void describe(const std::vector<Column>& columns, std::vector<std::string>* units,
+              std::vector<std::string>* standard) {
+  heron::Units known;
+  const auto fits = [&known](const std::string& u, const char* ref, int power) {
+    return known.convertible(u, ref, power);
+  };
+  for (const Column& c : columns) {
+    const std::string written = c.units.empty() ? "" : known.written(c.units, c.id.empty() ? c.name : c.id, stderr);
+    standard->push_back(heron::standardNameOf(c.id, written, c.cellMethod, fits));
+    // A count has no unit in the table; in the file it is a number.
+    units->push_back(written.empty() && !standard->back().empty() ? "1" : written);
+  }
 }
 
 }  // namespace
@@ -37,6 +54,7 @@ NetcdfSink::NetcdfSink(const std::string& path, const std::vector<Column>& colum
       cellMs_(llround(cellSeconds * 1000.0)),
       colGroup_(columns.size(), -1),
       colVar_(columns.size(), -1) {
+  describe(columns, &units_, &standard_);
   check(nc_create(path.c_str(), NC_CLOBBER | NC_NETCDF4, &nc_), "nc_create");
   try {
     text(NC_GLOBAL, "Conventions", "CF-1.8");
@@ -84,15 +102,9 @@ void NetcdfSink::defineColumn(size_t c, int index) {
   int& var = colVar_[c];
   check(nc_def_var(nc_, names_[c].c_str(), NC_FLOAT, 1, &g.dim, &var), "nc_def_var");
   check(nc_def_var_fill(nc_, var, 0, &kFill), "nc_def_var_fill");
-  const std::string units = col.units.empty() ? "" : units_.written(col.units, col.name, stderr);
-  const std::string standard =
-      heron::standardNameOf(col.id, units, col.cellMethod, [this](const std::string& u, const char* ref, int power) {
-        return units_.convertible(u, ref, power);
-      });
   text(var, "long_name", col.longName.empty() ? col.name : col.longName);
-  text(var, "standard_name", standard);
-  // A count has no unit in the table; in the file it is a number.
-  text(var, "units", units.empty() && !standard.empty() ? "1" : units);
+  text(var, "standard_name", standard_[c]);
+  text(var, "units", units_[c]);
   text(var, "cell_methods", col.cellMethod);
   text(var, "heron_id", col.id);
   g.cols.push_back(c);

@@ -26,7 +26,6 @@
 #include <string>
 #include <vector>
 
-#include "CfUnits.h"
 #include "Table.h"
 
 namespace heron {
@@ -68,7 +67,7 @@ class NetcdfSink : public TableSink {
   std::string path_;
   std::vector<Column> columns_;
   std::vector<std::string> names_;  // the columns' variable names
-  heron::Units units_;
+  std::vector<std::string> units_, standard_;  // their units and standard names
   long long cellMs_;
   int boundsDim_ = -1;
   std::vector<int> colGroup_;  // -1 until the column is placed

@@ -44,7 +44,8 @@ TEST(CfNames, StandardNamesByOutputUnitAndCell) {
 
 TEST(CfUnits, SiteSpellingsAndUnknownUnits) {
   const char* cases[][2] = {{"mb", "hPa"},      {"(mb)^2", "(hPa)^2"}, {"m/s mb", "m/s hPa"}, {"mbar", "mbar"},
-                            {"deg", "degree"}, {"g/m^3", "g/m^3"},    {"xyzzy", "xyzzy"}};
+                            {"deg", "degree"}, {"g/m^3", "g/m^3"},    {"xyzzy", "xyzzy"},       {"(xyzzy)^2", "(xyzzy)^2"},
+                            {"m/s ^^", "m/s ^^"}};
   heron::Units units;
   char* text = nullptr;
   size_t size = 0;
@@ -53,7 +54,8 @@ TEST(CfUnits, SiteSpellingsAndUnknownUnits) {
   for (const auto& c : cases)
     for (const char* var : {"x.s", "y.s"}) EXPECT_EQ(units.written(c[0], var, warnings), c[1]) << c[0];
   fclose(warnings);
-  EXPECT_EQ(std::string(text), "cal_dump: unit \"xyzzy\" of x.s is not known to UDUNITS-2; written as given\n");
+  EXPECT_EQ(std::string(text), "cal_dump: unit \"xyzzy\" of x.s is not known to UDUNITS-2; written as given\n"
+                               "cal_dump: unit \"m/s ^^\" of x.s is not known to UDUNITS-2; written as given\n");
   free(text);
 }
 
