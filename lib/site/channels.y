@@ -86,11 +86,21 @@ record
       }
   | TIMETAG WORD ';'
       {
-        if (strcmp($2, "wierd12") == 0) *p.timeTag = wierd12;
-        else if (p.faults != nullptr && strcmp($2, "msecs") != 0)
-          p.faults->push_back(SiteFault{p.file, p.scanner->line(),
-                                        "time-tag type \"" + std::string($2) + "\": msecs or wierd12"});
-        free($2);
+        /* msecs leaves the type as it is: once a file of the process has
+           named wierd12, the site's tags stay wierd12. */
+        const std::string word = take($2);
+        if (word == "wierd12") {
+          *p.timeTag = wierd12;
+        } else if (word != "msecs") {
+          /* A misspelt type would read every tag wrongly and drop every
+             sample as untrusted: the file is refused instead. */
+          if (p.faults != nullptr)
+            p.faults->push_back(SiteFault{p.file, p.scanner->line(), "time-tag type \"" + word + "\": msecs or wierd12"});
+          else {
+            channelserror(p, ("unknown time-tag type \"" + word + "\" (msecs or wierd12)").c_str());
+            YYABORT;
+          }
+        }
       }
   ;
 

@@ -18,6 +18,7 @@ struct Options {
   std::string plot;
   int plotWidth = 1000, plotHeight = 0;  // 0: 250 pixels per panel
   std::vector<std::string> variables;
+  bool verbose = false;  // -v: the library's information lines too
   std::string commandLine;  // as typed (main sets it with commandLine())
 };
 

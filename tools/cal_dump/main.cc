@@ -36,9 +36,10 @@
 #include "Options.h"
 #include "OutputFile.h"
 #include "PlotSink.h"
+#include "Progress.h"
 #include "SampleFormSink.h"
 #include "base/Exception.h"
-#include "base/clock.h"
+#include "base/logit.h"
 #include "calconfig/CalConfig.h"
 #include "calconfig/TaggedSample.h"
 #include "samples/RawDataInput.h"
@@ -157,28 +158,6 @@ heron::FileGlobals fileGlobals(const Options& o) {
           std::string("cal_dump (") + HERON_PACKAGE + ") " + HERON_VERSION, project ? project : "", ops ? ops : ""};
 }
 
-// "samples read, per cent of the span" on a terminal's standard error.
-class Progress {
- public:
-  Progress(bool on, double start, double end) : on_(on), start_(start), end_(end) {}
-  ~Progress() {
-    if (shown_) fputs("\r\033[K", stderr);
-  }
-  void update(long samples, double t) {
-    if (!on_ || (samples & 1023) != 0) return;
-    const double now = heron::monotonicSeconds();
-    if (now - last_ < 0.5) return;
-    last_ = now;
-    shown_ = true;
-    fprintf(stderr, "\rcal_dump: %ld samples read, %3.0f%% of the span", samples,
-            100.0 * (t - start_) / (end_ - start_));
-  }
-
- private:
-  bool on_, shown_ = false;
-  double start_, end_, last_ = 0;
-};
-
 // The variables named, and those of the pairs when variables are named.
 std::vector<std::string> variableNames(const Options& o) {
   std::vector<std::string> names = o.variables;
@@ -290,7 +269,7 @@ void readAll(CalConfig& cfg, const Options& o, const std::vector<HeronDataId*>& 
              TableSink* head, heron::LiveStations* live, long* records) {
   const bool direct = directForm(o);
   RowMaker rows(ids);
-  Progress progress(!o.live && isatty(2), o.start, o.end);
+  heron::Progress progress(!o.live && isatty(2), o.start, o.end);
   SampleStream<TaggedSampleBase> stream;
   long samples = 0;
   try {
@@ -378,6 +357,7 @@ int main(int argc, char** argv) {
   Options o;
   const int status = readOptions(argc, argv, &o);
   if (status >= 0) return status;
+  heron::showInformation(o.verbose);
   o.commandLine = commandLine(argc, argv);
   static char outbuf[1 << 16];
   setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);

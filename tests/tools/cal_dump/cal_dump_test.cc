@@ -35,6 +35,9 @@ TEST(CalDump, FormatsOfTheExampleSite) {
   const size_t lines = static_cast<size_t>(std::count(msec.out.begin(), msec.out.end(), '\n'));
   EXPECT_EQ(lines, 300u);
   EXPECT_EQ(calDump({"-F", "BINCOLUMN", "u.wind"}).out.size(), lines * (8 + 4 * 9));
+  // Quiet by default: the library's information lines only with -v.
+  EXPECT_EQ(msec.err, "");
+  EXPECT_NE(calDump({"-v", "u.wind"}).err.find("Opened: "), std::string::npos);
 
   // A lagged value leaves alone and fills only its own column.
   const RunResult csv = calDump({"-F", "CSV", "p.baro", "t.irga"});
