@@ -28,6 +28,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "CfNames.h"
 #include "CsvSink.h"
 #include "IntervalStats.h"
 #include "LiveStations.h"
@@ -143,6 +144,20 @@ std::string title() {
   return std::string("calibrated variables of project ") + (project ? project : "?") + ", " + (ops ? ops : "?");
 }
 
+// The NetCDF file's globals: the site, and when and how it was made.
+heron::FileGlobals fileGlobals(const Options& o) {
+  const char* project = getenv("PROJECT");
+  const char* ops = getenv("OPS");
+  char made[32] = "";
+  const time_t now = time(nullptr);
+  struct tm utc;
+  if (now == static_cast<time_t>(-1) || gmtime_r(&now, &utc) == nullptr ||
+      strftime(made, sizeof made, "%Y-%m-%dT%H:%M:%SZ", &utc) == 0)
+    throw oru::IOException("the clock", "time", errno);
+  return {title(), std::string(made) + ": " + o.commandLine,
+          std::string("cal_dump (") + HERON_PACKAGE + ") " + HERON_VERSION, project ? project : "", ops ? ops : ""};
+}
+
 // The variables named, and those of the pairs when variables are named.
 std::vector<std::string> variableNames(const Options& o) {
   std::vector<std::string> names = o.variables;
@@ -158,7 +173,8 @@ std::vector<Column> columnsOf(CalConfig& cfg, const std::vector<HeronDataId*>& i
   for (const HeronDataId* id : ids) idNames.push_back(id->name.c_str());
   const std::vector<std::string> units = cfg.GetUnits(idNames);
   std::vector<Column> columns;
-  for (size_t i = 0; i < ids.size(); ++i) columns.push_back({ids[i]->name, units[i], ""});
+  for (size_t i = 0; i < ids.size(); ++i)
+    columns.push_back({ids[i]->name, units[i], "", ids[i]->name, heron::longNameOf(ids[i]->name)});
   return columns;
 }
 
@@ -192,7 +208,7 @@ struct Sinks {
 TableSink* tableSink(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& written,
                      const std::vector<std::pair<int, int>>& pairs, OutputFile& out) {
   if (o.format == kCsv) return new CsvSink(out.fp(), written, o.live);
-  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, title());
+  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, fileGlobals(o), o.interval);
   if (o.interval <= 0) return nullptr;
   // Each statistic carries its variable's index; a covariance its first one's.
   std::vector<short> indices;
@@ -204,7 +220,7 @@ TableSink* tableSink(const Options& o, const std::vector<HeronDataId*>& ids, con
 // The table's sink, the plot's, and the interval statistics before them.
 void buildSinks(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& columns,
                 const std::vector<std::pair<int, int>>& pairs, OutputFile& out, Sinks* sinks) {
-  const std::vector<Column> written = o.interval > 0 ? IntervalStats::statsColumns(columns, pairs) : columns;
+  const std::vector<Column> written = o.interval > 0 ? IntervalStats::statsColumns(columns, pairs, o.interval) : columns;
   sinks->table.reset(tableSink(o, ids, written, pairs, out));
   if (sinks->table) sinks->tee.add(sinks->table.get());
   if (!o.plot.empty()) {
@@ -342,6 +358,7 @@ int main(int argc, char** argv) {
   const int status = readOptions(argc, argv, &o);
   if (status >= 0) return status;
   heron::showInformation(o.verbose);
+  o.commandLine = commandLine(argc, argv);
   static char outbuf[1 << 16];
   setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
   try {
