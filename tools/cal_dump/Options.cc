@@ -197,3 +197,20 @@ int readOptions(int argc, char** argv, Options* o) {
   for (int i = optind; i < argc; ++i) o->variables.push_back(argv[i]);
   return checkAll(o, startText, endText, zone);
 }
+
+std::string commandLine(int argc, char** argv) {
+  std::string line;
+  for (int i = 0; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (i > 0) line += ' ';
+    if (!word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                                "_-+=.,:/@%") == std::string::npos) {
+      line += word;
+      continue;
+    }
+    line += '\'';
+    for (char c : word) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    line += '\'';
+  }
+  return line;
+}

@@ -1,6 +1,6 @@
 // What every calibrated sample passes before any output sees it, so that
 // the sample forms, the table's sinks, the statistics and the plot agree.
-// A value that is not finite, or whose magnitude is kMissingFrom or more
+// A value that is not finite, or whose magnitude is kNearMissing or more
 // (a missing mark that arithmetic moved, such as the tilt rotating the
 // sonic's 1e37), becomes the missing value kMissing itself.  With limits
 // on, a value outside its variable's [min, max] of prep.config (the

@@ -3,10 +3,10 @@
 // value per column.  Records of one group share a time axis (the samples
 // of one channel, or the steps of the statistics and of the regular grid);
 // a column without a value in a record holds NaN there.  Missing is
-// missing: the calibration's mark (kMissing), anything from kMissingFrom
+// missing: the calibration's mark (kMissing), anything from kNearMissing
 // up (the mark after arithmetic, such as a rotation of the winds) and
-// anything not finite are written as an empty field or as kMissing, never
-// as a number.
+// anything not finite are written as an empty field, the fill value or
+// kMissing, never as a number; isGood tells the sinks what is data.
 #ifndef HERON_TOOLS_CAL_DUMP_TABLE_H
 #define HERON_TOOLS_CAL_DUMP_TABLE_H
 
@@ -20,13 +20,19 @@ struct Column {
   // CF conventions' cell_methods ("time: mean", "time: variance", ...);
   // empty for a sample's own value.
   std::string cellMethod;
+  // The data id the value comes from (two, blank-separated, for a
+  // covariance), and words for people; both may be empty.
+  std::string id = {};
+  std::string longName = {};
 };
 
 const double kMissing = 1e37;
-const double kMissingFrom = 1e36;
+// Values from here up are the missing value, or arithmetic done on it (a
+// tilt rotating a lost component's 1e37): no data either.
+const double kNearMissing = 1e36;
 
 // A value that the statistics and the plot can use, and the writers write.
-inline bool isGood(double v) { return std::isfinite(v) && std::fabs(v) < kMissingFrom; }
+inline bool isGood(double v) { return std::isfinite(v) && std::fabs(v) < kNearMissing; }
 
 // One record.  present lists, in ascending order, the columns that may hold
 // a value (every other one is NaN), so that a sink need not look at the

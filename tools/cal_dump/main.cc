@@ -29,6 +29,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "CfNames.h"
 #include "CsvSink.h"
 #include "IntervalStats.h"
 #include "LiveStations.h"
@@ -147,6 +148,20 @@ std::string title() {
   return std::string("calibrated variables of project ") + (project ? project : "?") + ", " + (ops ? ops : "?");
 }
 
+// The NetCDF file's globals: the site, and when and how it was made.
+heron::FileGlobals fileGlobals(const Options& o) {
+  const char* project = getenv("PROJECT");
+  const char* ops = getenv("OPS");
+  char made[32] = "";
+  const time_t now = time(nullptr);
+  struct tm utc;
+  if (now == static_cast<time_t>(-1) || gmtime_r(&now, &utc) == nullptr ||
+      strftime(made, sizeof made, "%Y-%m-%dT%H:%M:%SZ", &utc) == 0)
+    throw oru::IOException("the clock", "time", errno);
+  return {title(), std::string(made) + ": " + o.commandLine,
+          std::string("cal_dump (") + HERON_PACKAGE + ") " + HERON_VERSION, project ? project : "", ops ? ops : ""};
+}
+
 // The variables named, and those of the pairs when variables are named.
 std::vector<std::string> variableNames(const Options& o) {
   std::vector<std::string> names = o.variables;
@@ -162,7 +177,8 @@ std::vector<Column> columnsOf(CalConfig& cfg, const std::vector<HeronDataId*>& i
   for (const HeronDataId* id : ids) idNames.push_back(id->name.c_str());
   const std::vector<std::string> units = cfg.GetUnits(idNames);
   std::vector<Column> columns;
-  for (size_t i = 0; i < ids.size(); ++i) columns.push_back({ids[i]->name, units[i], ""});
+  for (size_t i = 0; i < ids.size(); ++i)
+    columns.push_back({ids[i]->name, units[i], "", ids[i]->name, heron::longNameOf(ids[i]->name)});
   return columns;
 }
 
@@ -187,6 +203,11 @@ bool directForm(const Options& o) { return o.format != kCsv && o.format != NETCD
 // Whether records of statistics or of the grid are written, not the samples.
 bool derived(const Options& o) { return o.interval > 0 || o.gridMs > 0; }
 
+// The length of the time cells that the records sum up; 0 for samples.
+double cellSeconds(const Options& o) {
+  return o.interval > 0 ? o.interval : static_cast<double>(o.gridMs) / 1000.0;
+}
+
 // The sinks the records go to; head takes them.  Destroyed before the
 // output they write into.
 struct Sinks {
@@ -200,7 +221,7 @@ struct Sinks {
 TableSink* tableSink(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& written,
                      const std::vector<std::pair<int, int>>& pairs, OutputFile& out) {
   if (o.format == kCsv) return new CsvSink(out.fp(), written, o.live);
-  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, title());
+  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, fileGlobals(o), cellSeconds(o));
   if (!derived(o)) return nullptr;
   // Each statistic carries its variable's index; a covariance its first one's.
   std::vector<short> indices;
@@ -212,10 +233,15 @@ TableSink* tableSink(const Options& o, const std::vector<HeronDataId*>& ids, con
 // The columns written: the statistics', the grid's means or the values.
 std::vector<Column> writtenColumns(const Options& o, const std::vector<Column>& columns,
                                    const std::vector<std::pair<int, int>>& pairs) {
-  if (o.interval > 0) return IntervalStats::statsColumns(columns, pairs);
+  if (o.interval > 0) return IntervalStats::statsColumns(columns, pairs, o.interval);
   std::vector<Column> written = columns;
-  if (o.gridMs > 0)
-    for (Column& c : written) c.cellMethod = "time: mean";
+  if (o.gridMs <= 0) return written;
+  // A step's mean is described as an interval's, under the variable's name.
+  const std::vector<Column> means = IntervalStats::statsColumns(columns, {}, cellSeconds(o));
+  for (size_t c = 0; c < written.size(); ++c) {
+    written[c].cellMethod = means[3 * c].cellMethod;
+    written[c].longName = means[3 * c].longName;
+  }
   return written;
 }
 
@@ -382,6 +408,7 @@ int main(int argc, char** argv) {
   const int status = readOptions(argc, argv, &o);
   if (status >= 0) return status;
   heron::showInformation(o.verbose);
+  o.commandLine = commandLine(argc, argv);
   static char outbuf[1 << 16];
   setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
   try {

@@ -176,8 +176,10 @@ TEST_F(IngestClient, EachFailureCode) {
   EXPECT_EQ(perrorText("tern1", INGEST_ERR_SYSTEM), "ingest tern1@s: Connection timed out\n");
 }
 
-// Whatever a server sends, a call ends within its time-out and a second:
-// 5 s for the ingest server, 25 s for the module server (hugestring).
+// Whatever a server sends, a call ends within its time-out, 5 s for the
+// ingest server and 25 s for the module server (hugestring), and less than
+// one more time-out: 3 s of slack for a loaded machine still catch a call
+// that waits twice.
 TEST_F(IngestClient, EveryCallEndsInTime) {
   const std::string timedOut = "-6 INGEST_CONNECT failed: RPC: Timed out\n";
   const struct {
@@ -212,7 +214,7 @@ TEST_F(IngestClient, EveryCallEndsInTime) {
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     EXPECT_EQ(got, c.want) << c.mode;
-    EXPECT_LT(took.count(), module ? 26.0 : 6.0) << c.mode;
+    EXPECT_LT(took.count(), module ? 28.0 : 8.0) << c.mode;
   }
 }
 
