@@ -28,7 +28,8 @@ std::string quoted(const std::string& text) {
 // text as a gnuplot double-quoted string, whose \n is a line break.
 std::string doubleQuoted(const std::string& text) {
   std::string q = "\"";
-  for (char c : text) q += c == '\n' ? std::string("\\n") : c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+  for (char c : text)
+    q += c == '\n' ? std::string("\\n") : c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
   return q + "\"";
 }
 
@@ -176,7 +177,13 @@ heron::PlotHeading heron::plotHeading(const std::string& site, double from, doub
 
 PlotSink::PlotSink(const std::string& path, int width, int height, const std::vector<Column>& columns,
                    const std::vector<size_t>& drawn, const std::string& site)
-    : path_(path), site_(site), width_(width), height_(height), columns_(columns), drawn_(columns.size()), points_(columns.size()) {
+    : path_(path),
+      site_(site),
+      width_(width),
+      height_(height),
+      columns_(columns),
+      drawn_(columns.size()),
+      points_(columns.size()) {
   for (size_t c : drawn) drawn_[c] = true;
 }
 

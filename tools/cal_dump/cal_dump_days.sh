@@ -14,8 +14,10 @@ set -eu
 
 me=cal_dump_days
 
+# The usage, on standard error and with status 1 unless asked for (-h).
 usage() {
-  cat >&2 <<EOF
+  [ "${1:-1}" -eq 0 ] || exec >&2
+  cat <<EOF
 Usage: $me -s FIRST_DAY [-e END_DAY] -o DIR [-j JOBS] [-m STATION]... [-- CAL_DUMP_OPTION...]
        $me --station-day STATION DAY DIR [CAL_DUMP_OPTION...]
   -s day     first day, YYYY-MM-DD (UTC)
@@ -24,10 +26,10 @@ Usage: $me -s FIRST_DAY [-e END_DAY] -o DIR [-j JOBS] [-m STATION]... [-- CAL_DU
   -j jobs    station-days at once (default: the number of processors)
   -m station a module of the site; repeat for several (default: every
              module of kites_config)
-Options after -- go to every cal_dump.  The site is $HERON/projects/$PROJECT/$OPS;
+Options after -- go to every cal_dump.  The site is \$HERON/projects/\$PROJECT/\$OPS;
 cal_dump is \$CAL_DUMP, or the one beside this program, or on the PATH.
 EOF
-  exit 1
+  exit "${1:-1}"
 }
 
 fail() {
@@ -96,6 +98,7 @@ while getopts s:e:o:j:m:h opt; do
     o) dir=$OPTARG ;;
     j) jobs=$OPTARG ;;
     m) stations="$stations $OPTARG" ;;
+    h) usage 0 ;;
     *) usage ;;
   esac
 done
@@ -104,14 +107,16 @@ shift $((OPTIND - 1))
 [ -n "$(checkDay "$first")" ] || fail "-s: the first day is not a date YYYY-MM-DD: \"$first\""
 [ -n "$end" ] || end=$(nextDay "$first")
 [ -n "$(checkDay "$end")" ] || fail "-e: the end day is not a date YYYY-MM-DD: \"$end\""
-[ "$(echo "$end" | tr -d -)" -gt "$(echo "$first" | tr -d -)" ] || fail "the end day $end is not after the first day $first"
+[ "$(echo "$end" | tr -d -)" -gt "$(echo "$first" | tr -d -)" ] ||
+  fail "the end day $end is not after the first day $first"
 case ${jobs:-1} in
   '' | *[!0-9]* | 0*) fail "-j: the number of jobs is a whole number from 1, not \"$jobs\"" ;;
 esac
 [ -n "$jobs" ] || jobs=$(nproc)
 command -v parallel >/dev/null || fail "GNU parallel is not installed (Debian: apt-get install parallel)"
 if [ -z "$stations" ]; then
-  [ -n "${HERON:-}" ] && [ -n "${PROJECT:-}" ] && [ -n "${OPS:-}" ] || fail "set HERON, PROJECT and OPS: the site's folder is \$HERON/projects/\$PROJECT/\$OPS"
+  [ -n "${HERON:-}" ] && [ -n "${PROJECT:-}" ] && [ -n "${OPS:-}" ] ||
+    fail "set HERON, PROJECT and OPS: the site's folder is \$HERON/projects/\$PROJECT/\$OPS"
   modules=$HERON/config/kites_config
   [ -r "$modules" ] || fail "$modules: cannot read the site's modules"
   stations=$(awk '$1 == "kites_number" { print $2 }' "$modules")
@@ -130,10 +135,11 @@ done | parallel --will-cite -j "$jobs" --colsep ' ' --joblog "$joblog" -q \
   sh "$0" --station-day '{1}' '{2}' "$dir" "$@" | tee "$report" || true
 
 # The job log: a header line, then one line per job with its exit status
-# in the seventh column.
+# and the signal that ended it in the seventh and eighth columns.
 total=$(($(wc -l <"$joblog") - 1))
-failed=$(awk 'NR > 1 && $7 != 0' "$joblog" | wc -l)
+failed=$(awk 'NR > 1 && ($7 != 0 || $8 != 0)' "$joblog" | wc -l)
 [ "$total" -gt 0 ] || fail "parallel ran no job"
-summary="$(grep -c ': written ' "$report" || true) written, $(grep -c ': no samples$' "$report" || true) without samples"
-echo "$me: $total station-days: $summary, $failed failed" >&2
+written=$(grep -c ': written ' "$report" || true)
+empty=$(grep -c ': no samples$' "$report" || true)
+echo "$me: $total station-days: $written written, $empty without samples, $failed failed" >&2
 [ "$failed" -eq 0 ]
