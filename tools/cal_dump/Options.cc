@@ -37,6 +37,8 @@ const char kUsage[] =
     "VARIABLE is a data-id name of the site, e.g. u.wind; without any, all\n"
     "that the site's sensors produce.  The site is $HERON/projects/$PROJECT/$OPS.\n";
 
+// The form named, or -2 when there is none of that name (said on standard
+// error).
 int readFormat(const char* name) {
   static const struct {
     const char* name;
@@ -51,6 +53,8 @@ int readFormat(const char* name) {
                   {"NETCDF", NETCDF}};
   for (const auto& f : kFormats)
     if (strcmp(name, f.name) == 0) return f.format;
+  fprintf(stderr, "cal_dump: unknown format \"%s\" (HMS, MSEC, HOUR, BIN, BINCOLUMN, ASCIICOLUMN, CSV or NETCDF)\n",
+          name);
   return -2;
 }
 
@@ -138,12 +142,7 @@ int readOptions(int argc, char** argv, Options* o) {
       case 'm': o->module = optarg; break;
       case 'o': o->output = optarg; break;
       case 'F':
-        o->format = readFormat(optarg);
-        if (o->format == -2) {
-          fprintf(stderr, "cal_dump: unknown format \"%s\" (HMS, MSEC, HOUR, BIN, BINCOLUMN, ASCIICOLUMN, CSV or NETCDF)\n",
-                  optarg);
-          return 1;
-        }
+        if ((o->format = readFormat(optarg)) == -2) return 1;
         break;
       case 'a':
         o->interval = strtod(optarg, &rest);
