@@ -4,7 +4,7 @@
 set -eu
 pkgs="build-essential cmake pkg-config libtirpc-dev rpcsvc-proto rpcbind flex bison
       libgtest-dev libbenchmark-dev xxd clang libclang-rt-14-dev python3 procps iproute2 util-linux
-      libnetcdf-dev netcdf-bin gnuplot-nox libudunits2-dev python3-xarray python3-netcdf4
+      libnetcdf-dev netcdf-bin gnuplot-nox libudunits2-dev python3-xarray python3-netcdf4 python3-dask
       parallel libmicrohttpd-dev chromium"
 missing=""
 for p in $pkgs; do

@@ -37,10 +37,13 @@ const char kUsage[] =
     "  -z zone  time zone of the times given (default UTC)\n"
     "  -v, --verbose  also the library's information lines (files opened,\n"
     "           signals caught)\n"
+    "  -m module  every variable of the sensors that module reads (no VARIABLE)\n"
     "  -h, --help, --version\n"
     "VARIABLE is a data-id name of the site, e.g. u.wind; without any, all\n"
     "that the site's sensors produce.  The site is $HERON/projects/$PROJECT/$OPS.\n";
 
+// The form named, or -2 when there is none of that name (said on standard
+// error).
 int readFormat(const char* name) {
   static const struct {
     const char* name;
@@ -55,6 +58,8 @@ int readFormat(const char* name) {
                   {"NETCDF", NETCDF}};
   for (const auto& f : kFormats)
     if (strcmp(name, f.name) == 0) return f.format;
+  fprintf(stderr, "cal_dump: unknown format \"%s\" (HMS, MSEC, HOUR, BIN, BINCOLUMN, ASCIICOLUMN, CSV or NETCDF)\n",
+          name);
   return -2;
 }
 
@@ -102,8 +107,8 @@ int fail(const char* what, const char* text) {
 }  // namespace
 
 namespace {
-// What the options say together: one source, a file for NETCDF, -a for
-// -c, and the span.
+// What the options say together: one source, a file for NETCDF, -m without
+// variables, -a for -c, and the span.
 int checkAll(Options* o, const char* startText, const char* endText, const char* zone) {
   if (o->live == (startText != nullptr)) {
     fputs(o->live ? "cal_dump: -l reads live: it takes no -s\n" : kUsage, stderr);
@@ -111,6 +116,10 @@ int checkAll(Options* o, const char* startText, const char* endText, const char*
   }
   if (o->format == NETCDF && o->output.empty()) {
     fputs("cal_dump: NETCDF is written to a file: give -o FILE\n", stderr);
+    return 1;
+  }
+  if (!o->module.empty() && !o->variables.empty()) {
+    fputs("cal_dump: -m takes every variable of its module: name no variables with it\n", stderr);
     return 1;
   }
   if (!o->pairs.empty() && o->interval <= 0) {
@@ -149,21 +158,17 @@ int readOptions(int argc, char** argv, Options* o) {
                                         {nullptr, 0, nullptr, 0}};
   const char *startText = nullptr, *endText = nullptr, *zone = nullptr;
   char* rest;
-  for (int opt; (opt = getopt_long(argc, argv, "s:e:F:z:lo:a:c:r:hv", kLong, nullptr)) != -1;) {
+  for (int opt; (opt = getopt_long(argc, argv, "s:e:F:z:lm:o:a:c:r:hv", kLong, nullptr)) != -1;) {
     switch (opt) {
       case 's': startText = optarg; break;
       case 'e': endText = optarg; break;
       case 'z': zone = optarg; break;
       case 'l': o->live = true; break;
       case 'v': o->verbose = true; break;
+      case 'm': o->module = optarg; break;
       case 'o': o->output = optarg; break;
       case 'F':
-        o->format = readFormat(optarg);
-        if (o->format == -2) {
-          fprintf(stderr, "cal_dump: unknown format \"%s\" (HMS, MSEC, HOUR, BIN, BINCOLUMN, ASCIICOLUMN, CSV or NETCDF)\n",
-                  optarg);
-          return 1;
-        }
+        if ((o->format = readFormat(optarg)) == -2) return 1;
         break;
       case 'a':
         o->interval = strtod(optarg, &rest);

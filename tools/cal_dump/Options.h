@@ -22,6 +22,7 @@ struct Options {
   std::vector<std::string> variables;
   bool verbose = false;  // -v: the library's information lines too
   std::string commandLine;  // as typed (main sets it with commandLine())
+  std::string module;  // -m: every variable of the sensors this module reads
 };
 
 // Reads the command line into o; returns -1 to go on, else the exit status

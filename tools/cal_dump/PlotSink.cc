@@ -1,10 +1,12 @@
 #include "PlotSink.h"
 
 #include <errno.h>
+#include <math.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +23,14 @@ std::string quoted(const std::string& text) {
   std::string q = "'";
   for (char c : text) q += c == '\'' ? std::string("''") : std::string(1, c);
   return q + "'";
+}
+
+// text as a gnuplot double-quoted string, whose \n is a line break.
+std::string doubleQuoted(const std::string& text) {
+  std::string q = "\"";
+  for (char c : text)
+    q += c == '\n' ? std::string("\\n") : c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+  return q + "\"";
 }
 
 bool writeAll(int fd, const std::string& s) {
@@ -40,7 +50,7 @@ using Curves = std::map<std::string, std::vector<size_t>>;
 std::string settings(int width, int height, const std::string& image) {
   return "set terminal pngcairo size " + std::to_string(width) + "," + std::to_string(height) +
          " noenhanced\nset output " + quoted(image) +
-         "\nset xdata time\nset timefmt '%s'\nset format x '%H:%M:%S'\nset grid\n"
+         "\nset xdata time\nset timefmt '%s'\nset grid\n"
          "set key outside right top\nset lmargin at screen 0.1\nset rmargin at screen 0.8\n";
 }
 
@@ -62,20 +72,36 @@ std::string dataBlocks(const Points& points, size_t maxPoints) {
   return script;
 }
 
-// One time axis for all panels: the span of all values, from column
-// first's first one on.
-std::string timeRange(const Points& points, size_t first) {
+// The span of all values, from column first's first one on.
+std::pair<double, double> span(const Points& points, size_t first) {
   double from = points[first].front().first, to = from;
   for (const auto& p : points)
     if (!p.empty()) from = std::min(from, p.front().first), to = std::max(to, p.back().first);
+  return {from, to};
+}
+
+// One time axis for all panels, over the values' span.
+std::string timeRange(double from, double to) {
   char line[64];
   snprintf(line, sizeof line, "set xrange ['%.3f':'%.3f']\n", from, to > from ? to : from + 1);
   return line;
 }
 
-// The panels, one per unit, each with its columns' curves.
-std::string panelPlots(const std::vector<std::string>& units, Curves& curves, const std::vector<Column>& columns) {
-  std::string script = "set multiplot layout " + std::to_string(units.size()) + ",1\n";
+// The UTC date of t, YYYY-MM-DD.
+std::string dateOf(double t) {
+  const time_t seconds = static_cast<time_t>(floor(t));
+  struct tm tm;
+  char text[32];
+  if (gmtime_r(&seconds, &tm) == nullptr || strftime(text, sizeof text, "%Y-%m-%d", &tm) == 0)
+    throw std::runtime_error("plot: the time " + std::to_string(t) + " has no date");
+  return text;
+}
+
+// The panels, one per unit, each with its columns' curves, under one title.
+std::string panelPlots(const std::vector<std::string>& units, Curves& curves, const std::vector<Column>& columns,
+                       const heron::PlotHeading& heading) {
+  std::string script = "set format x " + doubleQuoted(heading.timeFormat) + "\nset multiplot layout " +
+                       std::to_string(units.size()) + ",1 title " + quoted(heading.title) + "\n";
   for (size_t p = 0; p < units.size(); ++p) {
     script += "set ylabel " + quoted(units[p].empty() ? "(no unit)" : units[p]) + "\n";
     script += p + 1 == units.size() ? "set xlabel 'time (UTC)'\n" : "unset xlabel\n";
@@ -143,9 +169,21 @@ void runGnuplot(const std::string& script, const std::string& path) {
 
 }  // namespace
 
+heron::PlotHeading heron::plotHeading(const std::string& site, double from, double to) {
+  const std::string first = dateOf(from), last = dateOf(to);
+  if (first == last) return {site + ", " + first, "%H:%M:%S"};
+  return {site + ", " + first + " - " + last, "%d %b\n%H:%M:%S"};
+}
+
 PlotSink::PlotSink(const std::string& path, int width, int height, const std::vector<Column>& columns,
-                   const std::vector<size_t>& drawn)
-    : path_(path), width_(width), height_(height), columns_(columns), drawn_(columns.size()), points_(columns.size()) {
+                   const std::vector<size_t>& drawn, const std::string& site)
+    : path_(path),
+      site_(site),
+      width_(width),
+      height_(height),
+      columns_(columns),
+      drawn_(columns.size()),
+      points_(columns.size()) {
   for (size_t c : drawn) drawn_[c] = true;
 }
 
@@ -169,8 +207,10 @@ void PlotSink::finish() {
 
   OutputFile image(path_);
   const int height = height_ > 0 ? height_ : 250 * static_cast<int>(units.size()) + 30;
+  const std::pair<double, double> times = span(points_, curves[units[0]][0]);
   runGnuplot(settings(width_, height, image.tempPath()) + dataBlocks(points_, kMaxPoints) +
-                 timeRange(points_, curves[units[0]][0]) + panelPlots(units, curves, columns_),
+                 timeRange(times.first, times.second) +
+                 panelPlots(units, curves, columns_, heron::plotHeading(site_, times.first, times.second)),
              path_);
   image.commit();
 }

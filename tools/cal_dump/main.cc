@@ -71,11 +71,19 @@ void catchSignals() {
     throw oru::IOException("signals", "sigaction", errno);
 }
 
-// Registers the variables (all when none is named) and returns their ids.
-std::vector<HeronDataId*> registerVariables(CalConfig& cfg, const std::vector<std::string>& names) {
+// Registers the variables (all when none is named, or all of module's
+// sensors when one is given) and returns their ids.
+std::vector<HeronDataId*> registerVariables(CalConfig& cfg, const std::vector<std::string>& names,
+                                            const std::string& module) {
   std::vector<HeronDataId*> ids;
   if (names.empty()) {
-    cfg.PreRegisterAllDataIds();
+    const std::vector<std::string> modules = cfg.AllTernNames();
+    if (module.empty())
+      cfg.PreRegisterAllDataIds();
+    else if (std::find(modules.begin(), modules.end(), module) == modules.end())
+      throw BadConfigurationException("-m: no sensor of prep.config is on module \"" + module + "\"");
+    else
+      cfg.RegisterTern(module.c_str());
     for (const auto& cc : cfg.GetChannelConfigs())
       for (int i = 0; i < cc->nsub; ++i)
         if (cc->dids[i] != nullptr && cc->wantedNames.count(cc->dids[i]->name) > 0) ids.push_back(cc->dids[i]);
@@ -160,6 +168,13 @@ heron::FileGlobals fileGlobals(const Options& o) {
     throw oru::IOException("the clock", "time", errno);
   return {title(), std::string(made) + ": " + o.commandLine,
           std::string("cal_dump (") + HERON_PACKAGE + ") " + HERON_VERSION, project ? project : "", ops ? ops : ""};
+}
+
+// The site as the plot's title names it: PROJECT/OPS.
+std::string siteName() {
+  const char* project = getenv("PROJECT");
+  const char* ops = getenv("OPS");
+  return std::string(project ? project : "?") + "/" + (ops ? ops : "?");
 }
 
 // The variables named, and those of the pairs when variables are named.
@@ -256,7 +271,7 @@ void buildSinks(const Options& o, const std::vector<HeronDataId*>& ids, const st
   if (!o.plot.empty()) {
     std::vector<size_t> drawn;  // the values, or their interval means
     for (size_t c = 0; c < columns.size(); ++c) drawn.push_back(o.interval > 0 ? 3 * c : c);
-    sinks->plot.reset(new PlotSink(o.plot, o.plotWidth, o.plotHeight, written, drawn));
+    sinks->plot.reset(new PlotSink(o.plot, o.plotWidth, o.plotHeight, written, drawn, siteName()));
     sinks->tee.add(sinks->plot.get());
   }
   if (o.gridMs > 0) {
@@ -370,7 +385,7 @@ std::unique_ptr<heron::LiveStations> liveStations(CalConfig& cfg) {
 
 int run(const Options& o) {
   CalConfig cfg;
-  const std::vector<HeronDataId*> ids = registerVariables(cfg, variableNames(o));
+  const std::vector<HeronDataId*> ids = registerVariables(cfg, variableNames(o), o.module);
   cfg.InitializeFunctions();
   const std::vector<Column> columns = columnsOf(cfg, ids);
   const std::vector<std::pair<int, int>> pairs = pairColumns(o, columns);

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "PlotSink.h"
 #include "support/live_service.h"
 #include "support/rpc_fixture.h"
 #include "support/tick_site.h"
@@ -170,6 +171,24 @@ TEST(CalDump, PlotIsAPngOfTheSizeAsked) {
   EXPECT_EQ(head.substr(16, 8), std::string("\0\0\x02\x80\0\0\x01\xe0", 8));  // 640 x 480
 }
 
+// The title names the site and the day; across midnight UTC both days, and
+// the ticks carry the date.
+TEST(CalDump, PlotHeadingWithinADayAndAcrossMidnight) {
+  const double noon = 1795262400;  // 2026-11-21T12:00:00Z
+  const struct {
+    double from, to;
+    const char *title, *format;
+  } cases[] = {
+      {noon - 43200, noon + 43199.999, "demo/ops1, 2026-11-21", "%H:%M:%S"},
+      {noon + 43190, noon + 43200, "demo/ops1, 2026-11-21 - 2026-11-22", "%d %b\n%H:%M:%S"},
+  };
+  for (const auto& c : cases) {
+    const heron::PlotHeading h = heron::plotHeading("demo/ops1", c.from, c.to);
+    EXPECT_EQ(h.title, c.title) << c.from;
+    EXPECT_EQ(h.timeFormat, c.format) << c.from;
+  }
+}
+
 TEST(CalDump, LiveUntilInterruptedLeavesACompleteFile) {
   HERON_REQUIRE_RPCBIND();
   const int number = heron_test::testSystemNumber();
@@ -235,6 +254,8 @@ TEST(CalDump, Errors) {
       {{"-e", "2026-11-21T25:00"}, 1, "",
        "cal_dump: cannot read the time \"2026-11-21T25:00\": write it as 2026-11-21T12:00:00Z or \"2026 11 21 12:00\"\n"},
       {{"--plot", "p.png", "--plot-size", "640x480x"}, 1, "", "cal_dump: --plot-size: the plot size is"},
+      {{"-m", "tern9"}, 1, "", "-m: no sensor of prep.config is on module \"tern9\""},
+      {{"-m", "tern1", "u.wind"}, 1, "", "cal_dump: -m takes every variable of its module: name no variables"},
   };
   for (const auto& c : cases) {
     const RunResult r = calDump(c.args);
