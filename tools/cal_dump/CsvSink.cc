@@ -45,7 +45,7 @@ void CsvSink::row(const Record& r) {
   }
   fprintf(fp_, "%s%03lldZ", secondText_.c_str(), msOfSecond);
   for (size_t i = 0; i < ncols_; ++i) {
-    if (std::isnan(values[i]))
+    if (!isGood(values[i]))
       putc(',', fp_);
     else
       fprintf(fp_, ",%.6g", values[i]);

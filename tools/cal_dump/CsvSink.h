@@ -1,6 +1,7 @@
 // The table as CSV: a header line "time,<name> (<units>),...", then one line
 // per record, the time as "YYYY-MM-DDTHH:MM:SS.mmmZ" and each value with six
-// significant digits; an empty field where a record has no value.
+// significant digits; an empty field where a record has no value or a
+// missing one (see Table.h).
 #ifndef HERON_TOOLS_CAL_DUMP_CSVSINK_H
 #define HERON_TOOLS_CAL_DUMP_CSVSINK_H
 

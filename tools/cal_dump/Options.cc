@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "RegularGrid.h"
 #include "calconfig/TaggedSample.h"
 #include "time/StrictTime.h"
 #include "time/UTime.h"
@@ -25,6 +26,10 @@ const char kUsage[] =
     "  -a secs  mean, variance and count of every variable over intervals of\n"
     "           secs seconds\n"
     "  -c a:b[,c...]  with -a, also the covariance of a with b (and with c...)\n"
+    "  -r rate  every variable on one regular time grid: the mean of each step;\n"
+    "           rate is samples per second (10) or a period (100ms, 1s, 1min);\n"
+    "           with -a, its intervals as a grid (the same step)\n"
+    "  --limits  make values outside prep.config's limits missing; count them\n"
     "  --plot file.png        draw the variables (with -a their means) against\n"
     "                         time, one panel per unit\n"
     "  --plot-size WIDTHxHEIGHT  of the image in pixels (default 1000 wide,\n"
@@ -79,6 +84,21 @@ int readTime(const char* text, int local, double* out) {
   return -1;
 }
 
+// -c's "a:b[,c...]" into o->pairs; false when it is not that.
+bool readPairs(const char* text, Options* o) {
+  const char* colon = strchr(text, ':');
+  if (colon == nullptr || colon == text || colon[1] == '\0') return false;
+  const std::string first(text, static_cast<size_t>(colon - text));
+  for (const char* p = colon + 1; *p != '\0';) {
+    const char* comma = strchr(p, ',');
+    const std::string second = comma ? std::string(p, comma) : std::string(p);
+    if (second.empty()) return false;
+    o->pairs.emplace_back(first, second);
+    p = comma ? comma + 1 : p + second.size();
+  }
+  return true;
+}
+
 int fail(const char* what, const char* text) {
   fprintf(stderr, "cal_dump: %s \"%s\"\n", what, text);
   return 1;
@@ -106,6 +126,11 @@ int checkAll(Options* o, const char* startText, const char* endText, const char*
     fputs("cal_dump: covariances (-c) are statistics: give -a SECONDS\n", stderr);
     return 1;
   }
+  // The statistics keep their intervals; -r only writes the empty ones.
+  if (o->gridMs > 0 && o->interval > 0 && fabs(o->interval * 1000.0 - static_cast<double>(o->gridMs)) > 1e-6) {
+    fputs("cal_dump: -r with -a writes the statistics' intervals as a grid: give -r the step of -a\n", stderr);
+    return 1;
+  }
   if (o->live) return -1;
   UTime::setTZ(zone);
   const int local = zone != nullptr && zone[0] != '\0';
@@ -124,15 +149,16 @@ int checkAll(Options* o, const char* startText, const char* endText, const char*
 }  // namespace
 
 int readOptions(int argc, char** argv, Options* o) {
-  enum { kPlot = 256, kPlotSize, kVersion };
+  enum { kPlot = 256, kPlotSize, kVersion, kLimits };
   static const struct option kLong[] = {{"help", no_argument, nullptr, 'h'}, {"verbose", no_argument, nullptr, 'v'},
                                         {"version", no_argument, nullptr, kVersion},
                                         {"plot", required_argument, nullptr, kPlot},
                                         {"plot-size", required_argument, nullptr, kPlotSize},
+                                        {"limits", no_argument, nullptr, kLimits},
                                         {nullptr, 0, nullptr, 0}};
   const char *startText = nullptr, *endText = nullptr, *zone = nullptr;
   char* rest;
-  for (int opt; (opt = getopt_long(argc, argv, "s:e:F:z:lm:o:a:c:hv", kLong, nullptr)) != -1;) {
+  for (int opt; (opt = getopt_long(argc, argv, "s:e:F:z:lm:o:a:c:r:hv", kLong, nullptr)) != -1;) {
     switch (opt) {
       case 's': startText = optarg; break;
       case 'e': endText = optarg; break;
@@ -149,20 +175,16 @@ int readOptions(int argc, char** argv, Options* o) {
         if (*rest != '\0' || !(o->interval >= kMinInterval && o->interval <= kMaxInterval))
           return fail("-a: the interval is not a number of seconds from 0.001 to 31622400 (366 days):", optarg);
         break;
-      case 'c': {
-        const char* colon = strchr(optarg, ':');
-        if (colon == nullptr || colon == optarg || colon[1] == '\0')
-          return fail("a covariance is asked for as a:b[,c...], not", optarg);
-        const std::string first(optarg, static_cast<size_t>(colon - optarg));
-        for (const char* p = colon + 1; *p != '\0';) {
-          const char* comma = strchr(p, ',');
-          const std::string second = comma ? std::string(p, comma) : std::string(p);
-          if (second.empty()) return fail("a covariance is asked for as a:b[,c...], not", optarg);
-          o->pairs.emplace_back(first, second);
-          p = comma ? comma + 1 : p + second.size();
-        }
+      case 'r':
+        if (!heron::parseGridStep(optarg, &o->gridMs))
+          return fail("-r: the grid's step is samples per second (10) or a period of whole milliseconds from 1 ms to "
+                      "366 days (100ms, 1s, 1min), not",
+                      optarg);
         break;
-      }
+      case kLimits: o->limits = true; break;
+      case 'c':
+        if (!readPairs(optarg, o)) return fail("a covariance is asked for as a:b[,c...], not", optarg);
+        break;
       case kPlot: o->plot = optarg; break;
       case kPlotSize: {
         char extra;

@@ -15,6 +15,8 @@ struct Options {
   std::string output;         // empty: standard output
   double interval = 0;        // -a: statistics over intervals of this many seconds
   std::vector<std::pair<std::string, std::string>> pairs;  // -c
+  long long gridMs = 0;       // -r: the regular grid's step in milliseconds; 0: none
+  bool limits = false;        // --limits: prep.config's limits make values missing
   std::string plot;
   int plotWidth = 1000, plotHeight = 0;  // 0: 250 pixels per panel
   std::vector<std::string> variables;

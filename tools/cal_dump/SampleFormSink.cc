@@ -10,7 +10,7 @@ SampleFormSink::SampleFormSink(FILE* fp, outputFormat fmt, const std::vector<Col
 
 void SampleFormSink::row(const Record& r) {
   for (size_t c = 0; c < values_.size(); ++c)
-    values_[c] = std::isnan(r.values[c]) ? static_cast<float>(kMissing) : static_cast<float>(r.values[c]);
+    values_[c] = isGood(r.values[c]) ? static_cast<float>(r.values[c]) : static_cast<float>(kMissing);
   const FullDataSample s(r.t, values_.data(), static_cast<int>(values_.size()), idPointers_.data());
   s.Output(fp_, fmt_, nullptr);
   if (fmt_ != BIN && fmt_ != BINCOLUMN) putc('\n', fp_);

@@ -1,7 +1,8 @@
 // Records written in one of FullDataSample's own forms (HMS, MSEC, HOUR,
 // BIN, BINCOLUMN, ASCIICOLUMN), for the records that are not calibrated
-// samples: the interval statistics.  Each record becomes one sample of its
-// columns' values as floats, NaN written as the missing value 1e37; in BIN
+// samples: the interval statistics and the regular grid.  Each record
+// becomes one sample of its columns' values as floats, an absent or missing
+// value (see Table.h) written as the missing value 1e37; in BIN
 // each value carries the data-id index given for its column.  Text forms
 // end each record with a line end.
 #ifndef HERON_TOOLS_CAL_DUMP_SAMPLEFORMSINK_H

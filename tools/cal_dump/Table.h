@@ -1,10 +1,12 @@
 // The table that cal_dump writes beside FullDataSample's own forms: named
 // columns with units, and records that each give a time, a group and a
 // value per column.  Records of one group share a time axis (the samples
-// of one channel, or the intervals of the statistics); a column without a
-// value in a record holds NaN there.  The calibration's missing value
-// (kMissing), and anything from kNearMissing up, comes in the records as
-// the calibration gave it; isGood tells the sinks what is data.
+// of one channel, or the steps of the statistics and of the regular grid);
+// a column without a value in a record holds NaN there.  Missing is
+// missing: the calibration's mark (kMissing), anything from kNearMissing
+// up (the mark after arithmetic, such as a rotation of the winds) and
+// anything not finite are written as an empty field, the fill value or
+// kMissing, never as a number; isGood tells the sinks what is data.
 #ifndef HERON_TOOLS_CAL_DUMP_TABLE_H
 #define HERON_TOOLS_CAL_DUMP_TABLE_H
 
@@ -29,7 +31,7 @@ const double kMissing = 1e37;
 // tilt rotating a lost component's 1e37): no data either.
 const double kNearMissing = 1e36;
 
-// A value that the statistics and the plot can use.
+// A value that the statistics and the plot can use, and the writers write.
 inline bool isGood(double v) { return std::isfinite(v) && std::fabs(v) < kNearMissing; }
 
 // One record.  present lists, in ascending order, the columns that may hold

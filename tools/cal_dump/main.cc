@@ -10,8 +10,9 @@
 // the calibration configuration of $HERON/projects/$PROJECT/$OPS.  Each
 // calibrated sample is written in one of FullDataSample's forms (text forms
 // one record per line), as CSV or as NetCDF; -a writes interval statistics
-// instead, and --plot draws a PNG.  Without variables, every variable the
-// site's sensors produce.  See cal_dump.1.
+// instead, -r the means of a regular time grid, and --plot draws a PNG.
+// Without variables, every variable the site's sensors produce.  See
+// cal_dump.1.
 #include <errno.h>
 #include <math.h>
 #include <signal.h>
@@ -37,7 +38,10 @@
 #include "OutputFile.h"
 #include "PlotSink.h"
 #include "Progress.h"
+#include "RegularGrid.h"
 #include "SampleFormSink.h"
+#include "SampleScreen.h"
+#include "TimeOrder.h"
 #include "base/Exception.h"
 #include "base/logit.h"
 #include "calconfig/CalConfig.h"
@@ -211,10 +215,19 @@ std::vector<std::pair<int, int>> pairColumns(const Options& o, const std::vector
 // Whether the samples are written in FullDataSample's own forms.
 bool directForm(const Options& o) { return o.format != kCsv && o.format != NETCDF; }
 
+// Whether records of statistics or of the grid are written, not the samples.
+bool derived(const Options& o) { return o.interval > 0 || o.gridMs > 0; }
+
+// The length of the time cells that the records sum up; 0 for samples.
+double cellSeconds(const Options& o) {
+  return o.interval > 0 ? o.interval : static_cast<double>(o.gridMs) / 1000.0;
+}
+
 // The sinks the records go to; head takes them.  Destroyed before the
 // output they write into.
 struct Sinks {
-  std::unique_ptr<TableSink> table, plot, stats;
+  std::unique_ptr<TableSink> table, plot, stats, grid;
+  std::unique_ptr<heron::TimeOrder> order;
   Tee tee;
   TableSink* head = &tee;
 };
@@ -223,19 +236,36 @@ struct Sinks {
 TableSink* tableSink(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& written,
                      const std::vector<std::pair<int, int>>& pairs, OutputFile& out) {
   if (o.format == kCsv) return new CsvSink(out.fp(), written, o.live);
-  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, fileGlobals(o), o.interval);
-  if (o.interval <= 0) return nullptr;
+  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, fileGlobals(o), cellSeconds(o));
+  if (!derived(o)) return nullptr;
   // Each statistic carries its variable's index; a covariance its first one's.
   std::vector<short> indices;
-  for (const HeronDataId* id : ids) indices.insert(indices.end(), 3, id->Index());
+  for (const HeronDataId* id : ids) indices.insert(indices.end(), o.interval > 0 ? 3 : 1, id->Index());
   for (const auto& p : pairs) indices.push_back(ids[static_cast<size_t>(p.first)]->Index());
   return new SampleFormSink(out.fp(), static_cast<outputFormat>(o.format), written, indices, o.live);
 }
 
-// The table's sink, the plot's, and the interval statistics before them.
+// The columns written: the statistics', the grid's means or the values.
+std::vector<Column> writtenColumns(const Options& o, const std::vector<Column>& columns,
+                                   const std::vector<std::pair<int, int>>& pairs) {
+  if (o.interval > 0) return IntervalStats::statsColumns(columns, pairs, o.interval);
+  std::vector<Column> written = columns;
+  if (o.gridMs <= 0) return written;
+  // A step's mean is described as an interval's, under the variable's name.
+  const std::vector<Column> means = IntervalStats::statsColumns(columns, {}, cellSeconds(o));
+  for (size_t c = 0; c < written.size(); ++c) {
+    written[c].cellMethod = means[3 * c].cellMethod;
+    written[c].longName = means[3 * c].longName;
+  }
+  return written;
+}
+
+// The table's sink, the plot's, and the interval statistics and the grid
+// before them, which take the records in time order: the lagged values are
+// held holdSeconds to be put back in place.
 void buildSinks(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& columns,
-                const std::vector<std::pair<int, int>>& pairs, OutputFile& out, Sinks* sinks) {
-  const std::vector<Column> written = o.interval > 0 ? IntervalStats::statsColumns(columns, pairs, o.interval) : columns;
+                const std::vector<std::pair<int, int>>& pairs, double holdSeconds, OutputFile& out, Sinks* sinks) {
+  const std::vector<Column> written = writtenColumns(o, columns, pairs);
   sinks->table.reset(tableSink(o, ids, written, pairs, out));
   if (sinks->table) sinks->tee.add(sinks->table.get());
   if (!o.plot.empty()) {
@@ -244,9 +274,19 @@ void buildSinks(const Options& o, const std::vector<HeronDataId*>& ids, const st
     sinks->plot.reset(new PlotSink(o.plot, o.plotWidth, o.plotHeight, written, drawn, siteName()));
     sinks->tee.add(sinks->plot.get());
   }
+  if (o.gridMs > 0) {
+    auto grid = new heron::RegularGrid(o.gridMs, written.size(), &sinks->tee);
+    sinks->grid.reset(grid);
+    if (!o.live) grid->cover(o.start, o.end);
+    sinks->head = grid;
+  }
   if (o.interval > 0) {
-    sinks->stats.reset(new IntervalStats(o.interval, columns.size(), pairs, &sinks->tee));
+    sinks->stats.reset(new IntervalStats(o.interval, columns.size(), pairs, sinks->head));
     sinks->head = sinks->stats.get();
+  }
+  if (derived(o)) {
+    sinks->order.reset(new heron::TimeOrder(holdSeconds, columns.size(), sinks->head));
+    sinks->head = sinks->order.get();
   }
 }
 
@@ -281,8 +321,8 @@ void nextSamples(CalConfig& cfg, SampleStream<TaggedSampleBase>& stream, DPlist<
 // Reads the calibrated samples into out and head until the archives end or
 // a signal stops the reading; counts the records written.
 void readAll(CalConfig& cfg, const Options& o, const std::vector<HeronDataId*>& ids, OutputFile& out,
-             TableSink* head, heron::LiveStations* live, long* records) {
-  const bool direct = directForm(o);
+             TableSink* head, heron::SampleScreen& screen, heron::LiveStations* live, long* records) {
+  const bool direct = directForm(o) && !derived(o);
   RowMaker rows(ids);
   heron::Progress progress(!o.live && isatty(2), o.start, o.end);
   SampleStream<TaggedSampleBase> stream;
@@ -292,16 +332,17 @@ void readAll(CalConfig& cfg, const Options& o, const std::vector<HeronDataId*>& 
       DPlist<TaggedSampleBase> done;
       nextSamples(cfg, stream, done, live);
       for (DPlist_iter<TaggedSampleBase> it = done.begin(); it(); ++it) {
-        const FullDataSample& s = *static_cast<FullDataSample*>(*it);
+        FullDataSample& s = *static_cast<FullDataSample*>(*it);
         progress.update(++samples, s.ttag);
         if (!o.live && (s.ttag < o.start || s.ttag >= o.end)) continue;
+        screen.apply(s);
         const Record record = rows.make(s);
-        if (direct && o.interval <= 0) {
+        if (direct) {
           writeDirect(s, o, out.fp());
           ++*records;
         }
         if (record.group < 0) continue;
-        if (!direct || o.interval > 0) ++*records;
+        if (!direct) ++*records;
         head->row(record);
       }
       if (ferror(out.fp())) throw oru::IOException(o.output.empty() ? "stdout" : o.output.c_str(), "write", errno);
@@ -352,7 +393,11 @@ int run(const Options& o) {
   // Output, then the sinks that write into it (destroyed first).
   OutputFile out(o.output);
   Sinks sinks;
-  buildSinks(o, ids, columns, pairs, out, &sinks);
+  // Lags move values back by up to their spread; a second more covers a lag
+  // file's changes beyond the lag ranges.
+  const double hold = std::max(0.0, static_cast<double>(cfg.lagDiff)) + 1.0;
+  buildSinks(o, ids, columns, pairs, hold, out, &sinks);
+  heron::SampleScreen screen(cfg, o.limits);
 
   std::unique_ptr<heron::LiveStations> live;
   if (o.live)
@@ -360,7 +405,12 @@ int run(const Options& o) {
   else
     cfg.openInputs(o.start, o.end);
   long records = 0;
-  readAll(cfg, o, ids, out, sinks.head, live.get(), &records);
+  readAll(cfg, o, ids, out, sinks.head, screen, live.get(), &records);
+  const std::string limits = screen.summary("cal_dump");
+  if (!limits.empty()) fprintf(stderr, "%s\n", limits.c_str());
+  if (sinks.order && sinks.order->late() > 0)
+    fprintf(stderr, "cal_dump: %ld values came more than %g s after newer ones and were left out\n",
+            sinks.order->late(), hold);
   const int status = conclude(o, records, sinks.head, out);
   if (live) fprintf(stderr, "cal_dump: %ld records, %ld reconnections\n", records, live->reconnections());
   return status;

@@ -1,6 +1,7 @@
 // cal_dump as a user runs it on the example site's archives.
 #include <gtest/gtest.h>
 
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -80,19 +81,25 @@ TEST(CalDump, NetcdfReadByXarray) {
   EXPECT_EQ(check.out, "OK\n") << check.err;
 }
 
-TEST(CalDump, StatisticsAgreeWithTheSamples) {
-  // The first ten seconds' samples as CSV and their statistics, checked by
-  // python's own arithmetic.  q arrives 5 ms after w: w pairs with the q
-  // before it.
+TEST(CalDump, StatisticsAndGridAgreeWithTheSamples) {
+  // The first ten seconds' samples as CSV, their statistics and their grid
+  // of seconds, checked by python's own arithmetic.  q arrives 5 ms after w:
+  // w pairs with the q before it; the irga's values come 0.8 s late.
   ScratchSite dir;
   const std::string samples = dir.root() + "/samples.csv", stats = dir.root() + "/stats.csv";
-  ASSERT_EQ(calDump({"-F", "CSV", "-e", "2026 nov 21 12:00:10", "-o", samples, "u.wind", "w.wind", "q.kh2o"}).status, 0);
+  const std::string grid = dir.root() + "/grid.csv";
+  ASSERT_EQ(calDump({"-F", "CSV", "-e", "2026 nov 21 12:00:10", "-o", samples, "u.wind", "w.wind", "q.kh2o",
+                     "co2.irga"}).status,
+            0);
   const RunResult r = calDump({"-F", "CSV", "-a", "10", "-c", "w.wind:u.wind,q.kh2o", "-o", stats, "u.wind", "w.wind",
                                "q.kh2o"});
   ASSERT_EQ(r.status, 0) << r.err;
+  ASSERT_EQ(calDump({"-F", "CSV", "-r", "1s", "-e", "2026 nov 21 12:00:10", "-o", grid, "u.wind", "w.wind", "q.kh2o",
+                     "co2.irga"}).status,
+            0);
   const RunResult check = runProgram(
       {"/usr/bin/python3", "-c",
-       "import csv, sys, statistics as st\n"
+       "import collections, csv, sys, statistics as st\n"
        "rows = list(csv.reader(open(sys.argv[1])))[1:]\n"
        "head, got = list(csv.reader(open(sys.argv[2])))[:2]\n"
        "u = [float(r[1]) for r in rows if r[1]]\n"
@@ -104,9 +111,52 @@ TEST(CalDump, StatisticsAgreeWithTheSamples) {
        "want = [st.mean(u), st.variance(u), len(u), st.mean(w), st.variance(w), len(w)]\n"
        "want += [st.covariance(w, u), st.covariance(*zip(*wq))]\n"
        "got = [float(x) for x in got[1:7] + got[10:]]\n"
-       "print(head[10:], all(abs(g - x) < 1e-4 * (1 + abs(x)) for g, x in zip(got, want)), len(got))\n",
-       samples, stats});
-  EXPECT_EQ(check.out, "['cov.w.wind.u.wind (m/s m/s)', 'cov.w.wind.q.kh2o (m/s g/m^3)'] True 8\n") << check.err;
+       "print(head[10:], all(abs(g - x) < 1e-4 * (1 + abs(x)) for g, x in zip(got, want)), len(got))\n"
+       "steps = collections.defaultdict(list)\n"
+       "[steps[(r[0][:19], c)].append(float(r[c])) for r in rows for c in range(1, 5) if r[c]]\n"
+       "grid = list(csv.reader(open(sys.argv[3])))[1:]\n"
+       "print([g[0][11:] for g in grid[::9]], all(abs(float(g[c]) - st.mean(steps[(g[0][:19], c)])) < 1e-4\n"
+       "      for g in grid for c in range(1, 5)))\n",
+       samples, stats, grid});
+  EXPECT_EQ(check.out,
+            "['cov.w.wind.u.wind (m/s m/s)', 'cov.w.wind.q.kh2o (m/s g/m^3)'] True 8\n"
+            "['12:00:00.000Z', '12:00:09.000Z'] True\n")
+      << check.err;
+}
+
+TEST(CalDump, ScreenedValues) {
+  // The example site with u's limits at [-1, 1]; t's calibration lands
+  // between 1e36 and the mark 1e37 (as the tilt leaves a rotated mark), and
+  // rh's beyond a float.
+  ScratchSite site("demo", "ops1");
+  ASSERT_EQ(runProgram({"/bin/cp", "-r", HERON_SOURCE_DIR "/examples/site/.", site.root()}).status, 0);
+  std::string text = fileText(site.opsDir() + "/prep.config");
+  for (const auto& edit : {std::make_pair("limits    -30 30", "limits    -1 1"),
+                           std::make_pair("linear 20 0 \"degC\"", "linear 5e36 0 \"degC\""),
+                           std::make_pair("linear 20 50 \"%\"", "linear 1e40 0 \"%\"")})
+    text.replace(text.find(edit.first), strlen(edit.first), edit.second);
+  site.write("projects/demo/ops1/prep.config", text);
+  std::vector<RunResult> runs;
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"-F", "CSV", "u.wind", "t.met", "rh.hum"}, {"--limits", "-F", "CSV", "u.wind", "t.met", "rh.hum"},
+           {"-F", "HMS", "t.met", "rh.hum"}}) {
+    std::vector<std::string> argv = {CAL_DUMP_BIN, "-s", "2026 nov 21 12:00", "-e", "2026 nov 21 12:00:30"};
+    argv.insert(argv.end(), args.begin(), args.end());
+    runs.push_back(runProgram(argv, "", {"HERON=" + site.root()}));
+    ASSERT_EQ(runs.back().status, 0) << runs.back().err;
+  }
+  const RunResult check = runProgram(
+      {"/usr/bin/python3", "-c",
+       "import csv, sys\n"
+       "a, b = (list(csv.reader(open(f))) for f in sys.argv[1:3])\n"
+       "out = [float(x[1]) for x, y in zip(a[1:], b[1:]) if x != y and y[1] == '']\n"
+       "text = {v for l in open(sys.argv[3]) for v in l.split()[1:]}\n"
+       "print(sum(x != y for x, y in zip(a, b)) == len(out), len(out), all(abs(u) > 1 for u in out),\n"
+       "      {r[2] + r[3] for r in a[1:]}, text)\n",
+       site.write("a.csv", runs[0].out), site.write("b.csv", runs[1].out), site.write("c.txt", runs[2].out)});
+  EXPECT_EQ(check.out, "True 292 True {''} {'1e+37'}\n") << check.err;
+  EXPECT_EQ(runs[0].err, "");
+  EXPECT_EQ(runs[1].err, "cal_dump: limits: u.wind 292 outside [-1, 1]\n");
 }
 
 TEST(CalDump, PlotIsAPngOfTheSizeAsked) {
