@@ -1,0 +1,236 @@
+// The station page in a real browser: serial_ingest runs Ingest on two
+// pseudo-terminals that the test feeds, with the test's own rpcbind;
+// station_page serves the page; headless Chromium, driven over its
+// DevTools pipe (commands on its descriptor 3, replies on 4, each message
+// JSON ending in a NUL), loads it, and the test reads the rendered DOM.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <pty.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <memory>
+#include <regex>
+#include <string>
+#include <thread>
+
+#include "ingest/daemon_fixture.h"
+#include "support/rpc_fixture.h"
+#include "support/subprocess.h"
+#include "tools/station_page/page_fixture.h"
+
+namespace {
+
+const double kRefresh = 1;  // station_page -r
+
+// Headless Chromium in a process group of its own, with a fresh profile;
+// killed, group and all, when the object goes.
+class Browser {
+ public:
+  Browser() {
+    char dir[] = "/tmp/heron-browser-XXXXXX";
+    if (mkdtemp(dir) == nullptr) return;
+    profile_ = dir;
+    int commands[2], replies[2];
+    if (pipe2(commands, O_CLOEXEC) != 0 || pipe2(replies, O_CLOEXEC) != 0) return;
+    pid_ = fork();
+    if (pid_ == 0) {
+      setpgid(0, 0);
+      const int in = fcntl(commands[0], F_DUPFD_CLOEXEC, 10), out = fcntl(replies[1], F_DUPFD_CLOEXEC, 10);
+      const int quiet = ::open((profile_ + "/chromium.log").c_str(), O_WRONLY | O_CREAT, 0600);
+      dup2(in, 3), dup2(out, 4), dup2(quiet, 1), dup2(quiet, 2);
+      const std::string data = "--user-data-dir=" + profile_;
+      execl(CHROMIUM_BIN, CHROMIUM_BIN, "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
+            "--no-first-run", "--disable-background-networking", "--disable-component-update", "--disable-sync",
+            "--remote-debugging-pipe", "--window-size=1100,1000", data.c_str(), "about:blank", nullptr);
+      _exit(127);
+    }
+    close(commands[0]);
+    close(replies[1]);
+    in_ = commands[1];
+    out_ = replies[0];
+  }
+  ~Browser() {
+    if (pid_ > 0 && kill(-pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
+    if (in_ >= 0) close(in_), close(out_);
+    if (!profile_.empty()) (void)system(("rm -rf '" + profile_ + "'").c_str());
+  }
+
+  // Sends a command (to the page once open() has attached to it) and
+  // returns its reply, "" when none comes within 20 s.
+  std::string call(const std::string& method, const std::string& params) {
+    const int id = next_++;
+    std::string msg = "{\"id\":" + std::to_string(id) + ",\"method\":\"" + method + "\",\"params\":" + params +
+                      (session_.empty() ? "" : ",\"sessionId\":\"" + session_ + "\"") + "}";
+    msg += '\0';
+    if (in_ < 0 || write(in_, msg.data(), msg.size()) != static_cast<ssize_t>(msg.size())) return "";
+    const std::string head = "{\"id\":" + std::to_string(id) + ",";
+    for (std::string m; !(m = next(20)).empty();)
+      if (m.compare(0, head.size(), head) == 0) return m;
+    return "";
+  }
+  // A page of its own, showing url; false when that fails.
+  bool open(const std::string& url) {
+    std::smatch m;
+    const std::string target = call("Target.createTarget", "{\"url\":\"about:blank\"}");
+    if (!std::regex_search(target, m, std::regex("\"targetId\":\"([^\"]+)\""))) return false;
+    const std::string attach = call("Target.attachToTarget", "{\"targetId\":\"" + m[1].str() + "\",\"flatten\":true}");
+    if (!std::regex_search(attach, m, std::regex("\"sessionId\":\"([^\"]+)\""))) return false;
+    session_ = m[1];
+    return call("Page.navigate", "{\"url\":\"" + url + "\"}").find("\"frameId\"") != std::string::npos;
+  }
+  // The value of a JavaScript expression in the page, as a string.
+  std::string eval(const std::string& expression) {
+    std::string quoted;
+    for (char c : expression) quoted += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+    const std::string r = call("Runtime.evaluate", "{\"expression\":\"String(" + quoted + ")\",\"returnByValue\":true}");
+    std::smatch m;
+    if (!std::regex_search(r, m, std::regex("\"value\":\"((?:[^\"\\\\]|\\\\.)*)\""))) return "";
+    return std::regex_replace(m[1].str(), std::regex("\\\\(.)"), "$1");
+  }
+  // Evaluates until the value matches `want` or `seconds` pass; the last value.
+  std::string evalUntil(const std::string& expression, const std::string& want, double seconds) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    std::string v;
+    while (!std::regex_search(v = eval(expression), std::regex(want)) && std::chrono::steady_clock::now() < end)
+      usleep(100000);
+    return v;
+  }
+
+ private:
+  // The next message, waiting up to `seconds`.
+  std::string next(double seconds) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    size_t nul;
+    while ((nul = buffer_.find('\0')) == std::string::npos && std::chrono::steady_clock::now() < end) {
+      struct pollfd p = {out_, POLLIN, 0};
+      char buf[65536];
+      ssize_t n = 0;
+      if (poll(&p, 1, 100) == 1 && (n = read(out_, buf, sizeof buf)) <= 0) return "";
+      buffer_.append(buf, static_cast<size_t>(n));
+    }
+    if (nul == std::string::npos) return "";
+    std::string m = buffer_.substr(0, nul);
+    buffer_.erase(0, nul + 1);
+    return m;
+  }
+
+  std::string profile_, session_, buffer_;
+  pid_t pid_ = -1;
+  int in_ = -1, out_ = -1, next_ = 1;
+};
+
+class PageInBrowser : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!site_.unavailable().empty()) GTEST_SKIP() << site_.unavailable();
+    if (access(CHROMIUM_BIN, X_OK) != 0) GTEST_SKIP() << CHROMIUM_BIN << " is absent: no browser to test the page in";
+    ASSERT_TRUE(module_.ok()) << module_.error();
+    std::string config;
+    for (int k = 0; k < 2; ++k) {
+      char name[64];
+      ASSERT_EQ(openpty(&master_[k], &slave_[k], name, nullptr, nullptr), 0);
+      config += "tern" + std::to_string(k + 1) + " - " + name + " 230400 none 8 1 none local\n";
+    }
+    const std::string ops = site_.configPath().substr(0, site_.configPath().rfind('/'));
+    site_.writeConfig(config);
+    mkdir((site_.dir() + "/raw").c_str(), 0755);
+    mkdir((site_.dir() + "/config").c_str(), 0755);
+    write(site_.dir() + "/config/kites_config",
+          "kites_number tern1 " + std::to_string(number_) + "\nkites_number tern2 " + std::to_string(number_ + 1) + "\n");
+    write(ops + "/channel_config", "timetag msecs ;\n");
+    write(ops + "/archive_config", "directory \"" + site_.dir() + "/raw\" ;\narchive tern1 \"tern1_%Y%m%d_%H.raw\" 3600 ;\n"
+          "archive tern2 \"tern2_%Y%m%d_%H.raw\" 3600 ;\n");
+    write(ops + "/did.config", "x.s 1 ; y.s 2 ;\n");
+    write(ops + "/prep.config", "sensor s { module tern1 200 ; outputs x y ; calibrate serial_short \"big\" ; }\n");
+    const std::string path = std::string("PATH=") + INGEST_BIN_DIR + ":/usr/bin:/bin";
+    ASSERT_EQ(site_.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", path}), 0);
+    daemon_ = site_.waitLogPid("started, config");
+    ingest_[0] = site_.waitLogPid("serving program");
+    ingest_[1] = site_.waitLogPid("serving program", ingest_[0]);
+    ASSERT_GT(ingest_[1], 0);
+    feeder_ = std::thread([this] { feed(); });
+  }
+  void TearDown() override {
+    stop_ = true;
+    if (feeder_.joinable()) feeder_.join();
+    if (daemon_ > 0 && kill(daemon_, SIGINT) == 0) {
+      EXPECT_TRUE(DaemonSite::waitDaemonExit());
+    }
+    for (pid_t p : ingest_)
+      for (int k = 0; p > 0 && kill(p, SIGTERM) == 0 && k < 50 && waitpid(p, nullptr, WNOHANG) != p; ++k) usleep(100000);
+    for (int fd : master_) close(fd);
+    for (int fd : slave_) close(fd);
+  }
+  static void write(const std::string& path, const std::string& text) {
+    std::ofstream(path) << text;
+  }
+  // A sample on channel 200 every 50 ms on each port still fed: its
+  // tag (milliseconds of the day), and two shorts, 0 and a count.
+  void feed() {
+    for (uint16_t n = 0; !stop_; ++n) {
+      struct timespec ts;
+      clock_gettime(CLOCK_REALTIME, &ts);
+      const uint32_t tt = htonl(static_cast<uint32_t>(ts.tv_sec % 86400 * 1000 + ts.tv_nsec / 1000000));
+      const uint16_t count = htons(n);
+      std::string s(reinterpret_cast<const char*>(&tt), 4);
+      s += std::string("\xc8\x04\0\0", 4) + std::string(reinterpret_cast<const char*>(&count), 2) + '\3';
+      for (int k = 0; k < 2; ++k)
+        if ((k == 0 || !quiet_) && ::write(master_[k], s.data(), s.size()) != static_cast<ssize_t>(s.size()))
+          ADD_FAILURE() << "port " << k + 1 << ": " << strerror(errno);
+      usleep(50000);
+    }
+  }
+
+  DaemonSite site_;
+  heron_test::TestModuleServer module_{{"PROJECT=p", "OPS=o"}};
+  const int number_ = heron_test::testSystemNumber();
+  int master_[2] = {-1, -1}, slave_[2] = {-1, -1};
+  pid_t daemon_ = -1, ingest_[2] = {-1, -1};
+  std::thread feeder_;
+  std::atomic<bool> stop_{false}, quiet_{false};
+};
+
+TEST_F(PageInBrowser, ListsStationsShowsQuietAndLoadsThePlot) {
+  PageProcess page({"-r", std::to_string(kRefresh), "--cal-dump", CAL_DUMP_BIN});
+  ASSERT_NE(page.port(), 0) << page.log();
+  Browser browser;
+  ASSERT_TRUE(browser.open("http://127.0.0.1:" + std::to_string(page.port()) + "/"));
+  const std::string rows =
+      "[...document.querySelectorAll('tr.station')].map(r => r.dataset.station + '=' + r.className).join(' ')";
+  EXPECT_EQ(browser.evalUntil(rows, "tern2=station state-up", 10), "tern1=station state-up tern2=station state-up");
+
+  // tern2 falls silent: once the status says so, the page shows it within
+  // a refresh (the status kept at most a refresh, the page's own period).
+  quiet_ = true;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(25);
+  while (!std::regex_search(get(page.port(), "/status.json"), std::regex("\"tern2\", \"port\": \"[^\"]*\", \"state\": \"quiet\"")) &&
+         std::chrono::steady_clock::now() < end)
+    usleep(200000);
+  EXPECT_EQ(browser.evalUntil(rows, "tern2=station state-quiet", 2 * kRefresh + 0.5),
+            "tern1=station state-up tern2=station state-quiet");
+
+  // tern1's last hour, drawn by cal_dump.
+  EXPECT_NE(browser.evalUntil("document.querySelector('#plot-tern1 img').naturalWidth", "^[1-9]", 30), "0")
+      << page.log();
+  const std::string shot = browser.call("Page.captureScreenshot", "{\"format\":\"png\"}");
+  RunResult saved = runProgram({"/usr/bin/python3", "-c",
+                                "import base64, json, sys\n"
+                                "open(sys.argv[1], 'wb').write(base64.b64decode(json.load(sys.stdin)['result']['data']))",
+                                SCREENSHOT_FILE},
+                               shot);
+  EXPECT_EQ(saved.status, 0) << saved.err;
+}
+
+}  // namespace
