@@ -8,6 +8,7 @@
 // It listens on 127.0.0.1 unless another address is given, and serves until
 // SIGINT or SIGTERM.  See station_page.1.
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <errno.h>
 #include <getopt.h>
 #include <signal.h>
@@ -32,7 +33,7 @@ const char kUsage[] =
     "                    [--cal-dump PROGRAM]\n"
     "Serves a page of the stations that ingest.conf gives this computer: their\n"
     "state, channels and rates, and the last hour of their variables.\n"
-    "  -p PORT        the port (default 8080)\n"
+    "  -p PORT        the port (default 8080; 0: any free one, logged)\n"
     "  -a ADDRESS     the IPv4 address to listen on (default 127.0.0.1); the page\n"
     "                 has no authentication, so any other is a choice to make\n"
     "  -r SECONDS     how often the page is refreshed and the stations asked\n"
@@ -94,7 +95,12 @@ class ScratchDir {
     path_ = name;
   }
   ~ScratchDir() {
-    if (system(("rm -rf '" + path_ + "'").c_str()) != 0) logit(LOG_WARNING, "%s: not removed", path_.c_str());
+    DIR* dir = opendir(path_.c_str());
+    for (struct dirent* e; dir != nullptr && (e = readdir(dir)) != nullptr;)
+      if (e->d_name[0] != '.' && unlink((path_ + "/" + e->d_name).c_str()) != 0)
+        logit(LOG_WARNING, "%s/%s: %m", path_.c_str(), e->d_name);
+    if (dir != nullptr) closedir(dir);
+    if (rmdir(path_.c_str()) != 0) logit(LOG_WARNING, "%s: %m", path_.c_str());
   }
   const std::string& path() const { return path_; }
 

@@ -34,23 +34,21 @@ namespace {
 
 const double kRefresh = 1;  // station_page -r
 
-// Headless Chromium in a process group of its own, with a fresh profile;
-// killed, group and all, when the object goes.
+// Headless Chromium in a process group of its own, its profile in a fresh
+// folder (which the caller removes); killed, group and all, when the object
+// goes.
 class Browser {
  public:
-  Browser() {
-    char dir[] = "/tmp/heron-browser-XXXXXX";
-    if (mkdtemp(dir) == nullptr) return;
-    profile_ = dir;
+  explicit Browser(const std::string& profile) {
     int commands[2], replies[2];
     if (pipe2(commands, O_CLOEXEC) != 0 || pipe2(replies, O_CLOEXEC) != 0) return;
     pid_ = fork();
     if (pid_ == 0) {
       setpgid(0, 0);
       const int in = fcntl(commands[0], F_DUPFD_CLOEXEC, 10), out = fcntl(replies[1], F_DUPFD_CLOEXEC, 10);
-      const int quiet = ::open((profile_ + "/chromium.log").c_str(), O_WRONLY | O_CREAT, 0600);
+      const int quiet = ::open((profile + ".log").c_str(), O_WRONLY | O_CREAT, 0600);
       dup2(in, 3), dup2(out, 4), dup2(quiet, 1), dup2(quiet, 2);
-      const std::string data = "--user-data-dir=" + profile_;
+      const std::string data = "--user-data-dir=" + profile;
       execl(CHROMIUM_BIN, CHROMIUM_BIN, "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
             "--no-first-run", "--disable-background-networking", "--disable-component-update", "--disable-sync",
             "--remote-debugging-pipe", "--window-size=1100,1000", data.c_str(), "about:blank", nullptr);
@@ -64,7 +62,6 @@ class Browser {
   ~Browser() {
     if (pid_ > 0 && kill(-pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
     if (in_ >= 0) close(in_), close(out_);
-    if (!profile_.empty()) (void)system(("rm -rf '" + profile_ + "'").c_str());
   }
 
   // Sends a command (to the page once open() has attached to it) and
@@ -80,15 +77,14 @@ class Browser {
       if (m.compare(0, head.size(), head) == 0) return m;
     return "";
   }
-  // A page of its own, showing url; false when that fails.
+  // A page of its own, showing url, where the next calls go; false when
+  // that fails.
   bool open(const std::string& url) {
     std::smatch m;
-    const std::string target = call("Target.createTarget", "{\"url\":\"about:blank\"}");
+    const std::string target = call("Target.createTarget", "{\"url\":\"" + url + "\"}");
     if (!std::regex_search(target, m, std::regex("\"targetId\":\"([^\"]+)\""))) return false;
     const std::string attach = call("Target.attachToTarget", "{\"targetId\":\"" + m[1].str() + "\",\"flatten\":true}");
-    if (!std::regex_search(attach, m, std::regex("\"sessionId\":\"([^\"]+)\""))) return false;
-    session_ = m[1];
-    return call("Page.navigate", "{\"url\":\"" + url + "\"}").find("\"frameId\"") != std::string::npos;
+    return std::regex_search(attach, m, std::regex("\"sessionId\":\"([^\"]+)\"")) && !(session_ = m[1]).empty();
   }
   // The value of a JavaScript expression in the page, as a string, once it
   // matches `want` or `seconds` have passed.
@@ -114,7 +110,7 @@ class Browser {
     return m;
   }
 
-  std::string profile_, session_, buffer_;
+  std::string session_, buffer_;
   pid_t pid_ = -1;
   int in_ = -1, out_ = -1, next_ = 1;
 };
@@ -162,13 +158,8 @@ class PageInBrowser : public ::testing::Test {
   // A sample on channel 200 every 50 ms on each port still fed: its
   // tag (milliseconds of the day), and two shorts, 0 and a count.
   void feed() {
-    for (uint16_t n = 0; !stop_; ++n) {
-      struct timespec ts;
-      clock_gettime(CLOCK_REALTIME, &ts);
-      const uint32_t tt = htonl(static_cast<uint32_t>(ts.tv_sec % 86400 * 1000 + ts.tv_nsec / 1000000));
-      const uint16_t count = htons(n);
-      std::string s(reinterpret_cast<const char*>(&tt), 4);
-      s += std::string("\xc8\x04\0\0", 4) + std::string(reinterpret_cast<const char*>(&count), 2) + '\3';
+    for (uint32_t n = 0; !stop_; ++n) {
+      const std::string s = heron_test::nowSample(200, n) + '\3';
       for (int k = 0; k < 2; ++k)
         if ((k == 0 || !quiet_) && write(master_[k], s.data(), s.size()) != static_cast<ssize_t>(s.size()))
           ADD_FAILURE() << "port " << k + 1 << ": " << strerror(errno);
@@ -188,7 +179,10 @@ class PageInBrowser : public ::testing::Test {
 TEST_F(PageInBrowser, ListsStationsShowsQuietAndLoadsThePlot) {
   PageProcess page({"-r", std::to_string(kRefresh), "--cal-dump", CAL_DUMP_BIN});
   ASSERT_NE(page.port(), 0) << page.log();
-  Browser browser;
+  for (int k = 0; k < 50 && !std::regex_search(exchange(page.port(), "/status.json"), std::regex("tern1\"[^}]*archive_bytes\": [1-9]"));
+       ++k)
+    usleep(200000);  // tern1 has samples in its archive to plot
+  Browser browser(site_.dir() + "/browser");
   ASSERT_TRUE(browser.open("http://127.0.0.1:" + std::to_string(page.port()) + "/"));
   const std::string rows = "[...document.querySelectorAll('tr.station')].map(r => r.dataset.station + '=' + r.className)";
   EXPECT_EQ(browser.eval(rows, "tern2=station state-up", 10), "tern1=station state-up,tern2=station state-up");
