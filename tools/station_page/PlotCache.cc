@@ -5,6 +5,9 @@
 #include <spawn.h>
 #include <stdlib.h>
 #include <string.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -24,6 +27,7 @@ extern char** environ;
 namespace {
 
 const double kSpan = 3600;  // the last hour
+const int kDrawLimit = 50;  // seconds a drawing may take, within the minute it is kept
 
 // The whole file, or "" with *ok false.
 std::string slurp(const std::string& path, bool* ok) {
@@ -55,6 +59,25 @@ std::map<std::string, std::vector<std::string>> readList(const std::string& name
   return list;
 }
 
+// Waits for the child pid, killing it when it has run `seconds`; its wait
+// status, or -1 with errno (ETIMEDOUT for a child killed).
+int waitLimited(pid_t pid, int seconds) {
+  const int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));  // this glibc's header lacks C linkage
+  if (fd < 0) logit(LOG_WARNING, "pidfd_open(%d): %m; waiting for the drawing without a limit", pid);
+  struct pollfd p = {fd, POLLIN, 0};
+  int ready = 0;
+  while (fd >= 0 && (ready = poll(&p, 1, seconds * 1000)) < 0 && errno == EINTR) {
+  }
+  const bool late = fd >= 0 && ready == 0;
+  if (late) kill(pid, SIGKILL);
+  if (fd >= 0) close(fd);
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0)
+    if (errno != EINTR) return -1;
+  if (late) errno = ETIMEDOUT;
+  return late ? -1 : status;
+}
+
 // Runs argv with standard output thrown away and standard error to errPath;
 // its wait status, or -1 when it could not be started.
 int run(const std::vector<std::string>& args, const std::string& errPath) {
@@ -78,10 +101,7 @@ int run(const std::vector<std::string>& args, const std::string& errPath) {
     errno = err;
     return -1;
   }
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0)
-    if (errno != EINTR) return -1;
-  return status;
+  return waitLimited(pid, kDrawLimit);
 }
 
 }  // namespace
@@ -137,7 +157,8 @@ void heron::PlotCache::draw(const std::string& station, Plot& plot) {
   bool read = false;
   if (status < 0) {
     plot.ok = false;
-    plot.body = program_ + ": " + strerror(errno);
+    plot.body = program_ + (errno == ETIMEDOUT ? ": still drawing after " + std::to_string(kDrawLimit) + " s, stopped"
+                                               : ": " + std::string(strerror(errno)));
   } else if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
     plot.body = slurp(path, &read);
     plot.ok = read && !plot.body.empty();

@@ -2,8 +2,9 @@
 // its variables calibrated and drawn as a PNG by cal_dump --plot, run as a
 // child.  A plot is drawn only when asked for, and at most once per period
 // however many viewers ask: within the period every request gets the image
-// (or the failure) of the last drawing.  Thread-safe; one station's drawing
-// does not hold up another's.
+// (or the failure) of the last drawing.  A drawing that takes more than 50 s
+// is stopped and counts as failed.  Thread-safe; one station's drawing does
+// not hold up another's.
 #ifndef HERON_TOOLS_STATION_PAGE_PLOTCACHE_H
 #define HERON_TOOLS_STATION_PAGE_PLOTCACHE_H
 

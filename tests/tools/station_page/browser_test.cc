@@ -129,8 +129,7 @@ class PageInBrowser : public ::testing::Test {
     }
     site_.writeConfig(config);
     const std::string ops = site_.configPath().substr(0, site_.configPath().rfind('/')) + "/", top = site_.dir() + "/";
-    mkdir((top + "raw").c_str(), 0755);
-    mkdir((top + "config").c_str(), 0755);
+    for (const char* folder : {"raw", "config"}) mkdir((top + folder).c_str(), 0755);
     const std::pair<std::string, std::string> files[] = {
         {top + "config/kites_config", "kites_number tern1 " + std::to_string(number_) + "\nkites_number tern2 " +
                                           std::to_string(number_ + 1) + "\n"},
@@ -139,8 +138,7 @@ class PageInBrowser : public ::testing::Test {
         {ops + "channel_config", "timetag msecs ;\n"}, {ops + "did.config", "x.s 1 ; y.s 2 ;\n"},
         {ops + "prep.config", "sensor s { module tern1 200 ; outputs x y ; calibrate serial_short \"big\" ; }\n"}};
     for (const auto& f : files) std::ofstream(f.first) << f.second;
-    const std::string path = std::string("PATH=") + INGEST_BIN_DIR + ":/usr/bin:/bin";
-    ASSERT_EQ(site_.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", path}), 0);
+    ASSERT_EQ(site_.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", "PATH=" INGEST_BIN_DIR ":/usr/bin:/bin"}), 0);
     daemon_ = site_.waitLogPid("started, config");
     ingest_[0] = site_.waitLogPid("serving program");
     ingest_[1] = site_.waitLogPid("serving program", ingest_[0]);
@@ -179,9 +177,11 @@ class PageInBrowser : public ::testing::Test {
 TEST_F(PageInBrowser, ListsStationsShowsQuietAndLoadsThePlot) {
   PageProcess page({"-r", std::to_string(kRefresh), "--cal-dump", CAL_DUMP_BIN});
   ASSERT_NE(page.port(), 0) << page.log();
-  for (int k = 0; k < 50 && !std::regex_search(exchange(page.port(), "/status.json"), std::regex("tern1\"[^}]*archive_bytes\": [1-9]"));
-       ++k)
-    usleep(200000);  // tern1 has samples in its archive to plot
+  auto statusUntil = [&](const std::string& re, int seconds) {
+    for (int k = 0; k < 5 * seconds && !std::regex_search(exchange(page.port(), "/status.json"), std::regex(re)); ++k)
+      usleep(200000);
+  };
+  statusUntil("tern1\"[^}]*archive_bytes\": [1-9]", 10);  // samples in the archive to plot
   Browser browser(site_.dir() + "/browser");
   ASSERT_TRUE(browser.open("http://127.0.0.1:" + std::to_string(page.port()) + "/"));
   const std::string rows = "[...document.querySelectorAll('tr.station')].map(r => r.dataset.station + '=' + r.className)";
@@ -191,8 +191,7 @@ TEST_F(PageInBrowser, ListsStationsShowsQuietAndLoadsThePlot) {
   // a refresh (the status is kept at most a refresh, and the page asks again
   // after one).
   quiet_ = true;
-  const std::regex quiet("\"tern2\", \"port\": \"[^\"]*\", \"state\": \"quiet\"");
-  for (int k = 0; k < 125 && !std::regex_search(exchange(page.port(), "/status.json"), quiet); ++k) usleep(200000);
+  statusUntil("\"tern2\", \"port\": \"[^\"]*\", \"state\": \"quiet\"", 25);
   EXPECT_EQ(browser.eval(rows, "tern2=station state-quiet", 2 * kRefresh + 0.5),
             "tern1=station state-up,tern2=station state-quiet");
 

@@ -89,9 +89,4 @@ inline std::string exchange(unsigned short port, std::string request, const char
   return reply;
 }
 
-// The status code of a reply, or 0.
-inline int code(const std::string& reply) {
-  return reply.compare(0, 9, "HTTP/1.1 ") == 0 ? std::atoi(reply.c_str() + 9) : 0;
-}
-
 #endif
