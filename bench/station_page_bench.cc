@@ -152,7 +152,6 @@ void view(unsigned short port, const std::vector<std::string>& stations, double 
   }
 }
 
-
 // Pseudo-terminals in raw mode, one per station; the masters and the slave
 // names into *masters and *ttys; the slaves' descriptors are returned.
 std::vector<int> openPorts(int n, std::vector<int>* masters, std::vector<std::string>* ttys) {
@@ -181,7 +180,8 @@ std::vector<pid_t> startIngests(const char* ingest, const std::vector<std::strin
   std::vector<pid_t> pids;
   for (size_t i = 0; i < stations.size(); ++i) {
     if ((pids.emplace_back(fork())) == 0) {
-      execl(ingest, stations[i].c_str(), std::to_string(slaves[i]).c_str(), ttys[i].c_str(), static_cast<char*>(nullptr));
+      execl(ingest, stations[i].c_str(), std::to_string(slaves[i]).c_str(), ttys[i].c_str(),
+            static_cast<char*>(nullptr));
       _exit(127);
     }
     close(slaves[i]);

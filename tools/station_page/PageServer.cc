@@ -1,11 +1,10 @@
 #include "PageServer.h"
 
 #include <arpa/inet.h>
+#include <microhttpd.h>
 #include <netinet/in.h>
 #include <stdarg.h>
 #include <stdio.h>
-
-#include <microhttpd.h>
 
 #include <stdexcept>
 
@@ -24,8 +23,8 @@ void logMhd(void*, const char* format, va_list ap) {
   logit(LOG_WARNING, "http: %s", line.c_str());
 }
 
-MHD_Result answer(void* cls, MHD_Connection* connection, const char* url, const char* method, const char*,
-                  const char*, size_t* uploadSize, void**) {
+MHD_Result answer(void* cls, MHD_Connection* connection, const char* url, const char* method, const char*, const char*,
+                  size_t* uploadSize, void**) {
   auto* server = static_cast<heron::PageServer*>(cls);
   heron::PageServer::Reply r;
   try {
@@ -83,12 +82,12 @@ void heron::PageServer::start(const std::string& address, unsigned short port, c
   sin.sin_port = htons(port);
   if (inet_pton(AF_INET, address.c_str(), &sin.sin_addr) != 1)
     throw std::runtime_error("\"" + address + "\" is no IPv4 address");
-  daemon_ = MHD_start_daemon(
-      MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG, port, nullptr, nullptr,
-      answer, this, MHD_OPTION_EXTERNAL_LOGGER, logMhd, nullptr, MHD_OPTION_SOCK_ADDR, &sin, MHD_OPTION_CONNECTION_LIMIT, limits.connections,
-      MHD_OPTION_PER_IP_CONNECTION_LIMIT, limits.perAddress, MHD_OPTION_CONNECTION_MEMORY_LIMIT, limits.memory,
-      MHD_OPTION_CONNECTION_TIMEOUT, limits.timeout, MHD_OPTION_THREAD_STACK_SIZE, static_cast<size_t>(256 * 1024),
-      MHD_OPTION_END);
+  daemon_ = MHD_start_daemon(MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ERROR_LOG, port,
+                             nullptr, nullptr, answer, this, MHD_OPTION_EXTERNAL_LOGGER, logMhd, nullptr,
+                             MHD_OPTION_SOCK_ADDR, &sin, MHD_OPTION_CONNECTION_LIMIT, limits.connections,
+                             MHD_OPTION_PER_IP_CONNECTION_LIMIT, limits.perAddress, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+                             limits.memory, MHD_OPTION_CONNECTION_TIMEOUT, limits.timeout, MHD_OPTION_THREAD_STACK_SIZE,
+                             static_cast<size_t>(256 * 1024), MHD_OPTION_END);
   if (daemon_ == nullptr)
     throw std::runtime_error("cannot listen on " + address + ":" + std::to_string(port) + " (see the message above)");
 }

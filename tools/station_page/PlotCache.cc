@@ -2,11 +2,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
 #include <spawn.h>
 #include <stdlib.h>
 #include <string.h>
-#include <poll.h>
-#include <signal.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -151,7 +151,8 @@ bool heron::PlotCache::image(const std::string& station, std::string* png) {
 void heron::PlotCache::draw(const std::string& station, Plot& plot) {
   const double now = wallSeconds();
   const std::string path = dir_ + "/" + station + ".png", errPath = dir_ + "/" + station + ".err";
-  std::vector<std::string> args = {program_, "-s", isoTime(now - kSpan), "-e", isoTime(now), "-F", "CSV", "--plot", path};
+  std::vector<std::string> args = {program_, "-s", isoTime(now - kSpan), "-e", isoTime(now), "-F", "CSV",
+                                   "--plot", path};
   args.insert(args.end(), plot.variables.begin(), plot.variables.end());
   const int status = run(args, errPath);
   bool read = false;
