@@ -92,8 +92,7 @@ class Browser {
     expression = std::regex_replace(expression, std::regex("[\"\\\\]"), "\\$&");
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     std::string v;
-    for (std::smatch m; !std::regex_search(v, std::regex(want)) && std::chrono::steady_clock::now() < end;
-         usleep(100000))
+    for (std::smatch m; !std::regex_search(v, std::regex(want)) && std::chrono::steady_clock::now() < end; usleep(100000))
       if (std::regex_search(v = call("Runtime.evaluate", "{\"expression\":\"String(" + expression + ")\"}"), m,
                             std::regex("\"value\":\"((?:[^\"\\\\]|\\\\.)*)\"")))
         v = std::regex_replace(m[1].str(), std::regex("\\\\(.)"), "$1");

@@ -22,8 +22,7 @@ inline std::string readAll(int fd, double seconds, const std::string& stop = "")
   std::string got;
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   char buf[4096];
-  for (ssize_t n = 1;
-       n > 0 && (stop.empty() || got.find(stop) == std::string::npos) && std::chrono::steady_clock::now() < end;) {
+  for (ssize_t n = 1; n > 0 && (stop.empty() || got.find(stop) == std::string::npos) && std::chrono::steady_clock::now() < end;) {
     struct pollfd p = {fd, POLLIN, 0};
     if (poll(&p, 1, 100) == 1 && (n = read(fd, buf, sizeof buf)) > 0) got.append(buf, static_cast<size_t>(n));
   }
