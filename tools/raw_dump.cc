@@ -2,7 +2,7 @@
 // order, one line each with its absolute time.
 //
 //   raw_dump [-s start_time]... [-D day] [-t tag_type] [-c channels]
-//            [-w word_type] [-C] [-f time_format] [-z zone] FILE...
+//            [-w word_type] [-C] [-f time_format] [-z zone] [-v] FILE...
 //
 // Each FILE is an input of its own ("-" is standard input).  The time tags
 // of a sample give only the time of day; the day comes from the file's
@@ -27,6 +27,7 @@
 
 #include "archive/ArchiveNaming.h"
 #include "base/Exception.h"
+#include "base/logit.h"
 #include "samples/RawDataInputs.h"
 #include "time/TTConv.h"
 #include "time/StrictTime.h"
@@ -36,7 +37,7 @@ namespace {
 
 const char kUsage[] =
     "Usage: raw_dump [-s start_time]... [-D day] [-t tag_type] [-c channels]\n"
-    "                [-w word_type] [-C] [-f time_format] [-z zone] FILE...\n"
+    "                [-w word_type] [-C] [-f time_format] [-z zone] [-v] FILE...\n"
     "  -s time  start time of the next FILE, e.g. \"2026 nov 21 12:00\"\n"
     "  -D day   day of the files without -s, e.g. \"2026 11 21\" (default: the\n"
     "           date in the file name, YYYYMMDD[_HHMMSS], else today)\n"
@@ -49,6 +50,8 @@ const char kUsage[] =
     "  -f fmt   strftime format of the sample times, %nF for fractions\n"
     "           (default \"%Y %m %d %H:%M:%S%3F\", with -C \"%s%3F\")\n"
     "  -z zone  time zone of the times given and printed (default UTC)\n"
+    "  -v, --verbose  also the library's information lines (files opened,\n"
+    "           midnight rollovers, signals caught)\n"
     "  -h, --help, --version\n"
     "FILE \"-\" is standard input.\n";
 
@@ -77,6 +80,7 @@ struct Options {
   std::bitset<256> channels;
   const WordType* words = nullptr;  // null: the default text form
   bool columns = false;
+  bool verbose = false;
 };
 
 // Midnight of the day of t.
@@ -191,16 +195,20 @@ int formatValues(char* out, const RawSample& s, const Options& o, std::vector<in
 // Reads the options into o; returns -1 to go on, else the exit status.
 int readOptions(int argc, char** argv, Options* o) {
   static const struct option kLong[] = {
-      {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {nullptr, 0, nullptr, 0}};
+      {"help", no_argument, nullptr, 'h'},
+      {"version", no_argument, nullptr, 'V'},
+      {"verbose", no_argument, nullptr, 'v'},
+      {nullptr, 0, nullptr, 0}};
   o->channels.set();
   int opt;
-  while ((opt = getopt_long(argc, argv, "s:D:f:z:t:c:w:Ch", kLong, nullptr)) != -1) {
+  while ((opt = getopt_long(argc, argv, "s:D:f:z:t:c:w:Chv", kLong, nullptr)) != -1) {
     switch (opt) {
       case 's': o->startTexts.push_back(optarg); break;
       case 'D': o->dayText = optarg; break;
       case 'f': o->fmt = optarg; break;
       case 'z': o->zone = optarg; break;
       case 'C': o->columns = true; break;
+      case 'v': o->verbose = true; break;
       case 't':
         if (strcmp(optarg, "msecs") != 0 && strcmp(optarg, "wierd12") != 0) {
           fprintf(stderr, "raw_dump: unknown time-tag type \"%s\" (msecs or wierd12)\n", optarg);
@@ -285,6 +293,9 @@ void printSamples(RawDataInputs& merge, const Options& o, int nfiles, long* prin
     }
   } catch (const oru::EOFException&) {
     // All inputs have ended.
+  } catch (const oru::InterruptedException&) {
+    // SIGINT, SIGTERM or SIGHUP: the normal end of reading standard input
+    // or a growing file; what was read is summed up as after an end.
   }
 }
 
@@ -309,6 +320,7 @@ int main(int argc, char** argv) {
   Options o;
   const int status = readOptions(argc, argv, &o);
   if (status >= 0) return status;
+  heron::showInformation(o.verbose);
   const int nfiles = argc - optind;
   if (static_cast<int>(o.startTexts.size()) > nfiles) {
     fprintf(stderr, "raw_dump: more start times than files\n");

@@ -3,8 +3,8 @@
 // end-of-message byte 3), paced by their time tags or as fast as the line
 // takes them.
 //
-//   raw_playback [-n] [-s speed] [-g max_gap] [-B baud] -d DEVICE FILE...
-//   raw_playback [-n] [-s speed] [-g max_gap] [-w secs] FILE... -- PROGRAM ARGS...
+//   raw_playback [-n] [-v] [-s speed] [-g max_gap] [-B baud] -d DEVICE FILE...
+//   raw_playback [-n] [-v] [-s speed] [-g max_gap] [-w secs] FILE... -- PROGRAM ARGS...
 //
 // The second form makes a pseudo-terminal, runs PROGRAM with every argument
 // "%s" replaced by the terminal's name, plays the files into it, hangs the
@@ -40,14 +40,15 @@
 namespace {
 
 const char kUsage[] =
-    "Usage: raw_playback [-n] [-s speed] [-g max_gap] [-B baud] -d DEVICE FILE...\n"
-    "       raw_playback [-n] [-s speed] [-g max_gap] [-w secs] FILE... -- PROGRAM ARGS...\n"
+    "Usage: raw_playback [-n] [-v] [-s speed] [-g max_gap] [-B baud] -d DEVICE FILE...\n"
+    "       raw_playback [-n] [-v] [-s speed] [-g max_gap] [-w secs] FILE... -- PROGRAM ARGS...\n"
     "  -n        no pacing: as fast as the line takes the bytes\n"
     "  -s speed  play speed-times faster than the time tags say (default 1)\n"
     "  -g secs   longest pause played as it is; longer gaps are skipped (default 5)\n"
     "  -B baud   line speed of DEVICE (default 9600; 23040 means 230400)\n"
     "  -d DEVICE play onto this serial port\n"
     "  -w secs   time PROGRAM has to set the terminal up before playing (default 0.5)\n"
+    "  -v, --verbose  also the library's information lines (files opened)\n"
     "  -h, --help, --version\n"
     "FILE \"-\" is standard input.\n";
 
@@ -287,12 +288,17 @@ int playToProgram(const Options& o) {
 
 int main(int argc, char** argv) {
   static const struct option kLong[] = {
-      {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {nullptr, 0, nullptr, 0}};
+      {"help", no_argument, nullptr, 'h'},
+      {"version", no_argument, nullptr, 'V'},
+      {"verbose", no_argument, nullptr, 'v'},
+      {nullptr, 0, nullptr, 0}};
   Options o;
+  bool verbose = false;
   int opt;
-  while ((opt = getopt_long(argc, argv, "+nhs:g:B:d:w:", kLong, nullptr)) != -1) {
+  while ((opt = getopt_long(argc, argv, "+nhvs:g:B:d:w:", kLong, nullptr)) != -1) {
     switch (opt) {
       case 'n': o.paced = false; break;
+      case 'v': verbose = true; break;
       case 's':
         if (!numberIn("speed", optarg, kMinSpeed, kMaxSpeed, &o.speed)) return 1;
         break;
@@ -314,6 +320,7 @@ int main(int argc, char** argv) {
       default: fputs(kUsage, stderr); return 1;
     }
   }
+  heron::showInformation(verbose);
   int i = optind;
   for (; i < argc && strcmp(argv[i], "--") != 0; ++i) o.files.push_back(argv[i]);
   if (i < argc) {

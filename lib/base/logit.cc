@@ -116,7 +116,14 @@ std::string formatted(const char* format, va_list ap, int err) {
 }
 }  // namespace
 
+namespace {
+bool informationShown = true;
+}
+
+void heron::showInformation(bool on) { informationShown = on; }
+
 void heron::logText(int priority, const std::string& text) {
+  if (LOG_PRI(priority) >= LOG_INFO && !informationShown) return;
   const int savedErrno = errno;  // reporting a failure must not change what the caller reads of it
   if (syslogit)
     ends().systemLog(priority, text);

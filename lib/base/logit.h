@@ -53,6 +53,12 @@ struct LogEnds {
 // Not for use while other threads may report.
 LogEnds setLogEnds(LogEnds ends);
 
+// Whether information lines (LOG_INFO and LOG_DEBUG: a file opened, a
+// signal caught, a midnight rollover) reach either end.  On by default, so
+// the daemons log them; the tools turn them off unless run with -v, so that
+// their users see warnings, errors and their own output only.
+void showInformation(bool on);
+
 }  // namespace heron
 #endif
 

@@ -83,7 +83,8 @@ extern "C" int cal_parse_record(struct cal_parse* st, double t) {
     if (keepFault(st, "a time and " + std::to_string(n) + " values, where the first record has " +
                           std::to_string(cal->ndata)))
       return 1;
-    logit(LOG_ERR, "Inconsistant number of calibration parameters in file %s", cal->cal_file_name);
+    logit(LOG_ERR, "Inconsistant number of calibration parameters in file %s (%s:%d)", cal->cal_file_name, st->path,
+          st->line);
     logit(LOG_ERR, "First record contained time + %d data elements", cal->ndata);
     logit(LOG_ERR, "Current record contains time + %d data elements", n);
     return 1;
@@ -126,7 +127,11 @@ extern "C" double cal_parse_hhmmss(double v) {
 
 extern "C" void cal_parse_error(struct cal_parse* st, const char* what) {
   if (keepFault(st, what)) return;
-  logit(LOG_ERR, "%s in line %d of calibration file: %s", what, st->line, st->cal->cal_file_name);
+  const char* name = st->cal->cal_file_name;
+  if (strcmp(st->path, name) == 0)
+    logit(LOG_ERR, "%s in line %d of calibration file: %s", what, st->line, name);
+  else
+    logit(LOG_ERR, "%s in line %d of calibration file: %s (%s)", what, st->line, name, st->path);
 }
 
 extern "C" const char* cal_parse_text(const char* msg) {
@@ -149,7 +154,7 @@ extern "C" void cal_parse_bad_char(struct cal_parse* st, unsigned char c) {
   char text[64];
   snprintf(text, sizeof text, "unrecognized character '\\%03o'", c);
   if (keepFault(st, text)) return;
-  logit(LOG_ERR, "Unrecognized character, '%c' ('\\%#o'), at line %d", c, c, st->line);
+  logit(LOG_ERR, "Unrecognized character, '%c' ('\\%#o'), at line %d of %s", c, c, st->line, st->path);
 }
 
 extern "C" void free_cal_file(calib_struct* cal) {
@@ -162,18 +167,18 @@ extern "C" void free_cal_file(calib_struct* cal) {
 }
 
 namespace {
-int parseStream(FILE* fp, const char* name, calib_struct** result, struct cal_parse* check);
+int parseStream(FILE* fp, const char* name, const char* path, calib_struct** result, struct cal_parse* check);
 }
 
 extern "C" int parse_cal_stream(FILE* fp, const char* name, calib_struct** result) {
-  return parseStream(fp, name, result, nullptr);
+  return parseStream(fp, name, name, result, nullptr);
 }
 
 extern "C" int check_cal_stream(FILE* fp, const char* name, int* line, char* what, size_t size) {
   struct cal_parse st;
   memset(&st, 0, sizeof st);
   calib_struct* cal = nullptr;
-  const int status = parseStream(fp, name, &cal, &st);
+  const int status = parseStream(fp, name, name, &cal, &st);
   free_cal_file(cal);
   if (status == 0 && st.fault_line == 0) return 0;
   *line = st.fault_line;
@@ -182,8 +187,9 @@ extern "C" int check_cal_stream(FILE* fp, const char* name, int* line, char* wha
 }
 
 namespace {
-// parse_cal_stream; with check set, the state is kept there and checking.
-int parseStream(FILE* fp, const char* name, calib_struct** result, struct cal_parse* check) {
+// parse_cal_stream of the file name found at path; with check set, the
+// state is kept there and checking.
+int parseStream(FILE* fp, const char* name, const char* path, calib_struct** result, struct cal_parse* check) {
   *result = nullptr;
   calib_struct* cal = static_cast<calib_struct*>(calloc(1, sizeof(calib_struct)));
   if (!cal) {
@@ -198,6 +204,7 @@ int parseStream(FILE* fp, const char* name, calib_struct** result, struct cal_pa
   memset(&st, 0, sizeof st);
   st.quiet = check != nullptr;
   st.cal = cal;
+  st.path = path;
   st.line = 1;
   st.next_line = 1;
 
@@ -231,9 +238,11 @@ int parseStream(FILE* fp, const char* name, calib_struct** result, struct cal_pa
 }
 }  // namespace
 
-extern "C" FILE* open_cal_file(const char* name) {
+namespace {
+// open_cal_file, with the path the file was found at.
+FILE* openCalFile(const char* name, std::string* path) {
   errno = 0;
-  FILE* fp = heron_cal_fopen(name, "r");
+  FILE* fp = heronCalFopen(name, "r", path);
   if (!fp) {
     // A missing HERON or PROJECT fails without a system error.
     if (errno != 0)
@@ -243,12 +252,19 @@ extern "C" FILE* open_cal_file(const char* name) {
   }
   return fp;
 }
+}  // namespace
+
+extern "C" FILE* open_cal_file(const char* name) {
+  std::string path;
+  return openCalFile(name, &path);
+}
 
 extern "C" calib_struct* read_cal_file(const char* name) {
-  FILE* fp = open_cal_file(name);
+  std::string path;
+  FILE* fp = openCalFile(name, &path);
   if (!fp) return nullptr;
   calib_struct* cal = nullptr;
-  int status = parse_cal_stream(fp, name, &cal);
+  int status = parseStream(fp, name, path.c_str(), &cal, nullptr);
   fclose(fp);
   if (status > 0) exit_status_1();
   return cal;

@@ -13,6 +13,7 @@ extern "C" {
 
 struct cal_parse {
   calib_struct* cal;  // the structure being filled
+  const char* path;   // the file as found beneath the install root, for the places in messages
   size_t time_cap;    // room in cal->times, records
   size_t data_cap;    // room in the value block, values
   size_t nvalues_all; // values stored so far, all records
@@ -44,7 +45,8 @@ double cal_parse_yday(int year, int yday);
 // Seconds into the day of a clock time written as one number hhmmss.fff.
 double cal_parse_hhmmss(double v);
 
-// Reports a parse failure: "<what> in line <n> of calibration file: <name>".
+// Reports a parse failure: "<what> in line <n> of calibration file: <name>",
+// followed by " (<path>)" when the file was found under another name.
 void cal_parse_error(struct cal_parse* st, const char* what);
 
 // The parser's own texts in the system's wording.

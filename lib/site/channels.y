@@ -86,11 +86,20 @@ record
       }
   | TIMETAG WORD ';'
       {
-        if (strcmp($2, "wierd12") == 0) *p.timeTag = wierd12;
-        else if (p.faults != nullptr && strcmp($2, "msecs") != 0)
-          p.faults->push_back(SiteFault{p.file, p.scanner->line(),
-                                        "time-tag type \"" + std::string($2) + "\": msecs or wierd12"});
-        free($2);
+        /* Any word but wierd12 leaves the type as it is: once a file of the
+           process has named wierd12, the site's tags stay wierd12.  A
+           misspelt type would still read every tag in the old way and drop
+           the samples as untrusted, so it is named with its place. */
+        const std::string word = take($2);
+        if (word == "wierd12") {
+          *p.timeTag = wierd12;
+        } else if (word != "msecs") {
+          if (p.faults != nullptr)
+            p.faults->push_back(SiteFault{p.file, p.scanner->line(), "time-tag type \"" + word + "\": msecs or wierd12"});
+          else
+            logit(LOG_WARNING, "Warning: unknown time-tag type \"%s\" (msecs or wierd12) in line %d of %s; the type is left as it was",
+                  word.c_str(), p.scanner->line(), p.file);
+        }
       }
   ;
 

@@ -31,6 +31,11 @@ FILE* heron_cal_fopen(const char* name, const char* mode);
 
 #include <memory>
 
+// heron_cal_fopen, which also tells the path it opened, or tried last when
+// it failed (empty when HERON or PROJECT was missing), so that a reader can
+// name the very file a fault is in.
+FILE* heronCalFopen(const char* name, const char* mode, std::string* path);
+
 // Expands fname in place and opens it; throws oru::IOException
 // (path, "open", errno) when it cannot.
 FILE* heronFopen(std::string& fname, const char* access);

@@ -1,6 +1,9 @@
 #include "IntervalStats.h"
 
 #include <math.h>
+#include <stdio.h>
+
+#include <string>
 
 void IntervalStats::Moments::add(double a, double b) {
   n += 1;
@@ -24,18 +27,45 @@ IntervalStats::IntervalStats(double seconds, size_t ncols, const std::vector<std
   for (size_t i = 0; i < all_.size(); ++i) all_[i] = i;
 }
 
+namespace {
+
+// "10-minute", "1-hour", "0.5-second": the interval's length in words.
+std::string lengthWords(double seconds) {
+  const struct {
+    double unit;
+    const char* name;
+  } kUnits[] = {{86400, "day"}, {3600, "hour"}, {60, "minute"}};
+  char text[64];
+  for (const auto& u : kUnits)
+    if (seconds >= u.unit && fmod(seconds, u.unit) == 0) {
+      snprintf(text, sizeof text, "%g-%s", seconds / u.unit, u.name);
+      return text;
+    }
+  snprintf(text, sizeof text, "%g-second", seconds);
+  return text;
+}
+
+}  // namespace
+
 std::vector<Column> IntervalStats::statsColumns(const std::vector<Column>& columns,
-                                                const std::vector<std::pair<int, int>>& pairs) {
+                                                const std::vector<std::pair<int, int>>& pairs, double seconds) {
+  const std::string length = seconds > 0 ? lengthWords(seconds) + " " : "";
+  auto words = [](const Column& c) { return c.longName.empty() ? c.name : c.longName; };
   std::vector<Column> out;
   for (const Column& c : columns) {
-    out.push_back({c.name + ".mean", c.units, "time: mean"});
-    out.push_back({c.name + ".var", c.units.empty() ? "" : "(" + c.units + ")^2", "time: variance"});
-    out.push_back({c.name + ".count", "", ""});
+    out.push_back({c.name + ".mean", c.units, "time: mean", c.id, words(c) + ", " + length + "mean"});
+    out.push_back({c.name + ".var", c.units.empty() ? "" : "(" + c.units + ")^2", "time: variance", c.id,
+                   words(c) + ", " + length + "variance"});
+    out.push_back({c.name + ".count", "", "time: sum", c.id, "number of good values of " + words(c) +
+                   (seconds > 0 ? " in each " + lengthWords(seconds) + " interval" : "")});
   }
   for (const auto& p : pairs) {
     const Column& a = columns[static_cast<size_t>(p.first)];
     const Column& b = columns[static_cast<size_t>(p.second)];
-    out.push_back({"cov." + a.name + "." + b.name, a.units.empty() && b.units.empty() ? "" : a.units + " " + b.units, ""});
+    out.push_back({"cov." + a.name + "." + b.name, a.units.empty() && b.units.empty() ? "" : a.units + " " + b.units,
+                   "", a.id.empty() || b.id.empty() ? "" : a.id + " " + b.id,
+                   "covariance of " + words(a) + " and " + words(b) +
+                       (seconds > 0 ? " in each " + lengthWords(seconds) + " interval" : "")});
   }
   return out;
 }

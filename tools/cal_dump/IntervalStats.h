@@ -30,9 +30,13 @@ class IntervalStats : public TableSink {
   void finish() override;
 
   // The columns of the records: per column "<name>.mean", "<name>.var",
-  // "<name>.count", then per pair "cov.<a>.<b>".
+  // "<name>.count", then per pair "cov.<a>.<b>".  A mean says "time: mean",
+  // a variance "time: variance", a count "time: sum" (of one per good
+  // value); a covariance no cell method, as the conventions have none for
+  // it.  Their long names add the statistic and, when seconds is given,
+  // the interval's length to their columns'.
   static std::vector<Column> statsColumns(const std::vector<Column>& columns,
-                                          const std::vector<std::pair<int, int>>& pairs);
+                                          const std::vector<std::pair<int, int>>& pairs, double seconds = 0);
 
  private:
   struct Moments {

@@ -30,6 +30,8 @@ const char kUsage[] =
     "  --plot-size WIDTHxHEIGHT  of the image in pixels (default 1000 wide,\n"
     "                         250 high per panel)\n"
     "  -z zone  time zone of the times given (default UTC)\n"
+    "  -v, --verbose  also the library's information lines (files opened,\n"
+    "           signals caught)\n"
     "  -h, --help, --version\n"
     "VARIABLE is a data-id name of the site, e.g. u.wind; without any, all\n"
     "that the site's sensors produce.  The site is $HERON/projects/$PROJECT/$OPS.\n";
@@ -114,19 +116,20 @@ int checkAll(Options* o, const char* startText, const char* endText, const char*
 
 int readOptions(int argc, char** argv, Options* o) {
   enum { kPlot = 256, kPlotSize, kVersion };
-  static const struct option kLong[] = {{"help", no_argument, nullptr, 'h'},
+  static const struct option kLong[] = {{"help", no_argument, nullptr, 'h'}, {"verbose", no_argument, nullptr, 'v'},
                                         {"version", no_argument, nullptr, kVersion},
                                         {"plot", required_argument, nullptr, kPlot},
                                         {"plot-size", required_argument, nullptr, kPlotSize},
                                         {nullptr, 0, nullptr, 0}};
   const char *startText = nullptr, *endText = nullptr, *zone = nullptr;
   char* rest;
-  for (int opt; (opt = getopt_long(argc, argv, "s:e:F:z:lo:a:c:h", kLong, nullptr)) != -1;) {
+  for (int opt; (opt = getopt_long(argc, argv, "s:e:F:z:lo:a:c:hv", kLong, nullptr)) != -1;) {
     switch (opt) {
       case 's': startText = optarg; break;
       case 'e': endText = optarg; break;
       case 'z': zone = optarg; break;
       case 'l': o->live = true; break;
+      case 'v': o->verbose = true; break;
       case 'o': o->output = optarg; break;
       case 'F':
         o->format = readFormat(optarg);
@@ -160,8 +163,7 @@ int readOptions(int argc, char** argv, Options* o) {
         char extra;
         if (strspn(optarg, "0123456789x") != strlen(optarg) || strlen(optarg) > 11 ||
             sscanf(optarg, "%dx%d%c", &o->plotWidth, &o->plotHeight, &extra) != 2 || o->plotWidth < 64 ||
-            o->plotHeight < 64 ||
-            o->plotWidth > 20000 || o->plotHeight > 20000)
+            o->plotHeight < 64 || o->plotWidth > 20000 || o->plotHeight > 20000)
           return fail("--plot-size: the plot size is WIDTHxHEIGHT in pixels, 64 to 20000, not", optarg);
         break;
       }
@@ -172,4 +174,21 @@ int readOptions(int argc, char** argv, Options* o) {
   }
   for (int i = optind; i < argc; ++i) o->variables.push_back(argv[i]);
   return checkAll(o, startText, endText, zone);
+}
+
+std::string commandLine(int argc, char** argv) {
+  std::string line;
+  for (int i = 0; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (i > 0) line += ' ';
+    if (!word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                                "_-+=.,:/@%") == std::string::npos) {
+      line += word;
+      continue;
+    }
+    line += '\'';
+    for (char c : word) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    line += '\'';
+  }
+  return line;
 }

@@ -18,10 +18,16 @@ struct Options {
   std::string plot;
   int plotWidth = 1000, plotHeight = 0;  // 0: 250 pixels per panel
   std::vector<std::string> variables;
+  bool verbose = false;  // -v: the library's information lines too
+  std::string commandLine;  // as typed (main sets it with commandLine())
 };
 
 // Reads the command line into o; returns -1 to go on, else the exit status
 // (after --help, --version or an error, reported on standard error).
 int readOptions(int argc, char** argv, Options* o);
+
+// The words of the command line, each quoted when a shell would split or
+// expand it, so that the line can be run again.
+std::string commandLine(int argc, char** argv);
 
 #endif

@@ -3,7 +3,8 @@
 // value per column.  Records of one group share a time axis (the samples
 // of one channel, or the intervals of the statistics); a column without a
 // value in a record holds NaN there.  The calibration's missing value
-// (kMissing and above) is a value, written as it is.
+// (kMissing), and anything from kNearMissing up, comes in the records as
+// the calibration gave it; isGood tells the sinks what is data.
 #ifndef HERON_TOOLS_CAL_DUMP_TABLE_H
 #define HERON_TOOLS_CAL_DUMP_TABLE_H
 
@@ -17,12 +18,19 @@ struct Column {
   // CF conventions' cell_methods ("time: mean", "time: variance", ...);
   // empty for a sample's own value.
   std::string cellMethod;
+  // The data id the value comes from (two, blank-separated, for a
+  // covariance), and words for people; both may be empty.
+  std::string id = {};
+  std::string longName = {};
 };
 
 const double kMissing = 1e37;
+// Values from here up are the missing value, or arithmetic done on it (a
+// tilt rotating a lost component's 1e37): no data either.
+const double kNearMissing = 1e36;
 
 // A value that the statistics and the plot can use.
-inline bool isGood(double v) { return std::isfinite(v) && std::fabs(v) < kMissing; }
+inline bool isGood(double v) { return std::isfinite(v) && std::fabs(v) < kNearMissing; }
 
 // One record.  present lists, in ascending order, the columns that may hold
 // a value (every other one is NaN), so that a sink need not look at the

@@ -28,6 +28,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "CfNames.h"
 #include "CsvSink.h"
 #include "IntervalStats.h"
 #include "LiveStations.h"
@@ -35,9 +36,10 @@
 #include "Options.h"
 #include "OutputFile.h"
 #include "PlotSink.h"
+#include "Progress.h"
 #include "SampleFormSink.h"
 #include "base/Exception.h"
-#include "base/clock.h"
+#include "base/logit.h"
 #include "calconfig/CalConfig.h"
 #include "calconfig/TaggedSample.h"
 #include "samples/RawDataInput.h"
@@ -142,27 +144,19 @@ std::string title() {
   return std::string("calibrated variables of project ") + (project ? project : "?") + ", " + (ops ? ops : "?");
 }
 
-// "samples read, per cent of the span" on a terminal's standard error.
-class Progress {
- public:
-  Progress(bool on, double start, double end) : on_(on), start_(start), end_(end) {}
-  ~Progress() {
-    if (shown_) fputs("\r\033[K", stderr);
-  }
-  void update(long samples, double t) {
-    if (!on_ || (samples & 1023) != 0) return;
-    const double now = heron::monotonicSeconds();
-    if (now - last_ < 0.5) return;
-    last_ = now;
-    shown_ = true;
-    fprintf(stderr, "\rcal_dump: %ld samples read, %3.0f%% of the span", samples,
-            100.0 * (t - start_) / (end_ - start_));
-  }
-
- private:
-  bool on_, shown_ = false;
-  double start_, end_, last_ = 0;
-};
+// The NetCDF file's globals: the site, and when and how it was made.
+heron::FileGlobals fileGlobals(const Options& o) {
+  const char* project = getenv("PROJECT");
+  const char* ops = getenv("OPS");
+  char made[32] = "";
+  const time_t now = time(nullptr);
+  struct tm utc;
+  if (now == static_cast<time_t>(-1) || gmtime_r(&now, &utc) == nullptr ||
+      strftime(made, sizeof made, "%Y-%m-%dT%H:%M:%SZ", &utc) == 0)
+    throw oru::IOException("the clock", "time", errno);
+  return {title(), std::string(made) + ": " + o.commandLine,
+          std::string("cal_dump (") + HERON_PACKAGE + ") " + HERON_VERSION, project ? project : "", ops ? ops : ""};
+}
 
 // The variables named, and those of the pairs when variables are named.
 std::vector<std::string> variableNames(const Options& o) {
@@ -179,7 +173,8 @@ std::vector<Column> columnsOf(CalConfig& cfg, const std::vector<HeronDataId*>& i
   for (const HeronDataId* id : ids) idNames.push_back(id->name.c_str());
   const std::vector<std::string> units = cfg.GetUnits(idNames);
   std::vector<Column> columns;
-  for (size_t i = 0; i < ids.size(); ++i) columns.push_back({ids[i]->name, units[i], ""});
+  for (size_t i = 0; i < ids.size(); ++i)
+    columns.push_back({ids[i]->name, units[i], "", ids[i]->name, heron::longNameOf(ids[i]->name)});
   return columns;
 }
 
@@ -213,7 +208,7 @@ struct Sinks {
 TableSink* tableSink(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& written,
                      const std::vector<std::pair<int, int>>& pairs, OutputFile& out) {
   if (o.format == kCsv) return new CsvSink(out.fp(), written, o.live);
-  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, title());
+  if (o.format == NETCDF) return new NetcdfSink(out.tempPath(), written, fileGlobals(o), o.interval);
   if (o.interval <= 0) return nullptr;
   // Each statistic carries its variable's index; a covariance its first one's.
   std::vector<short> indices;
@@ -225,7 +220,7 @@ TableSink* tableSink(const Options& o, const std::vector<HeronDataId*>& ids, con
 // The table's sink, the plot's, and the interval statistics before them.
 void buildSinks(const Options& o, const std::vector<HeronDataId*>& ids, const std::vector<Column>& columns,
                 const std::vector<std::pair<int, int>>& pairs, OutputFile& out, Sinks* sinks) {
-  const std::vector<Column> written = o.interval > 0 ? IntervalStats::statsColumns(columns, pairs) : columns;
+  const std::vector<Column> written = o.interval > 0 ? IntervalStats::statsColumns(columns, pairs, o.interval) : columns;
   sinks->table.reset(tableSink(o, ids, written, pairs, out));
   if (sinks->table) sinks->tee.add(sinks->table.get());
   if (!o.plot.empty()) {
@@ -274,7 +269,7 @@ void readAll(CalConfig& cfg, const Options& o, const std::vector<HeronDataId*>& 
              TableSink* head, heron::LiveStations* live, long* records) {
   const bool direct = directForm(o);
   RowMaker rows(ids);
-  Progress progress(!o.live && isatty(2), o.start, o.end);
+  heron::Progress progress(!o.live && isatty(2), o.start, o.end);
   SampleStream<TaggedSampleBase> stream;
   long samples = 0;
   try {
@@ -362,6 +357,8 @@ int main(int argc, char** argv) {
   Options o;
   const int status = readOptions(argc, argv, &o);
   if (status >= 0) return status;
+  heron::showInformation(o.verbose);
+  o.commandLine = commandLine(argc, argv);
   static char outbuf[1 << 16];
   setvbuf(stdout, outbuf, _IOFBF, sizeof outbuf);
   try {

@@ -97,7 +97,7 @@ uint32_t net(uint32_t host) { return htonl(host); }
 
 TEST(ChannelConfig, Wierd12StaysForTheWholeProcess) {
   ScratchSite site;
-  const std::string plain = site.writeOps("plain", "timetag something ;\n");
+  const std::string plain = site.writeOps("plain", "timetag msecs ;\n");
   const std::string w12 = site.writeOps("w12", "timetag wierd12 ;\n");
   EXPECT_IN_FRESH_PROCESS(channel_list(plain.c_str()).timeTagType() == msecs &&
                           channel_list(w12.c_str()).timeTagType() == wierd12 &&
