@@ -33,6 +33,10 @@
 namespace {
 
 const double kRefresh = 1;  // station_page -r
+// Writes the image of a captured screenshot, the reply on standard input,
+// to the file named.
+const char kSaveShot[] =
+    "import base64, json, sys; open(sys.argv[1], 'wb').write(base64.b64decode(json.load(sys.stdin)['result']['data']))";
 
 // Headless Chromium in a process group of its own, its profile in a fresh
 // folder (which the caller removes); killed, group and all, when the object
@@ -54,10 +58,8 @@ class Browser {
             "--remote-debugging-pipe", "--window-size=1100,1000", data.c_str(), "about:blank", nullptr);
       _exit(127);
     }
-    close(commands[0]);
-    close(replies[1]);
-    in_ = commands[1];
-    out_ = replies[0];
+    close(commands[0]), close(replies[1]);
+    in_ = commands[1], out_ = replies[0];
   }
   ~Browser() {
     if (pid_ > 0 && kill(-pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
@@ -69,8 +71,7 @@ class Browser {
   std::string call(const std::string& method, const std::string& params) {
     const int id = next_++;
     std::string msg = "{\"id\":" + std::to_string(id) + ",\"method\":\"" + method + "\",\"params\":" + params +
-                      (session_.empty() ? "" : ",\"sessionId\":\"" + session_ + "\"") + "}";
-    msg += '\0';
+                      (session_.empty() ? "" : ",\"sessionId\":\"" + session_ + "\"") + "}" + std::string(1, '\0');
     if (in_ < 0 || write(in_, msg.data(), msg.size()) != static_cast<ssize_t>(msg.size())) return "";
     const std::string head = "{\"id\":" + std::to_string(id) + ",";
     for (std::string m; !(m = next(20)).empty();)
@@ -177,11 +178,10 @@ class PageInBrowser : public ::testing::Test {
 TEST_F(PageInBrowser, ListsStationsShowsQuietAndLoadsThePlot) {
   PageProcess page({"-r", std::to_string(kRefresh), "--cal-dump", CAL_DUMP_BIN});
   ASSERT_NE(page.port(), 0) << page.log();
-  auto statusUntil = [&](const std::string& re, int seconds) {
-    for (int k = 0; k < 5 * seconds && !std::regex_search(exchange(page.port(), "/status.json"), std::regex(re)); ++k)
-      usleep(200000);
-  };
-  statusUntil("tern1\"[^}]*archive_bytes\": [1-9]", 10);  // samples in the archive to plot
+  for (int k = 0; k < 50; ++k, usleep(200000)) {  // until tern1 has samples on disk to plot
+    const auto archive = ScratchSite::files(site_.dir() + "/raw");  // by name: tern1's first
+    if (!archive.empty() && archive.begin()->first.compare(0, 5, "tern1") == 0 && !archive.begin()->second.empty()) break;
+  }
   Browser browser(site_.dir() + "/browser");
   ASSERT_TRUE(browser.open("http://127.0.0.1:" + std::to_string(page.port()) + "/"));
   const std::string rows = "[...document.querySelectorAll('tr.station')].map(r => r.dataset.station + '=' + r.className)";
@@ -191,17 +191,16 @@ TEST_F(PageInBrowser, ListsStationsShowsQuietAndLoadsThePlot) {
   // a refresh (the status is kept at most a refresh, and the page asks again
   // after one).
   quiet_ = true;
-  statusUntil("\"tern2\", \"port\": \"[^\"]*\", \"state\": \"quiet\"", 25);
+  const std::regex quiet("\"tern2\", \"port\": \"[^\"]*\", \"state\": \"quiet\"");
+  for (int k = 0; k < 125 && !std::regex_search(exchange(page.port(), "/status.json"), quiet); ++k) usleep(200000);
   EXPECT_EQ(browser.eval(rows, "tern2=station state-quiet", 2 * kRefresh + 0.5),
             "tern1=station state-up,tern2=station state-quiet");
 
   // tern1's last hour, drawn by cal_dump; the view saved for the manual.
   EXPECT_NE(browser.eval("document.querySelector('#plot-tern1 img').naturalWidth", "^[1-9]", 30), "0") << page.log();
-  const std::string shot = browser.call("Page.captureScreenshot", "{}");
-  EXPECT_EQ(runProgram({"/usr/bin/python3", "-c",
-                        "import base64, json, sys\n"
-                        "open(sys.argv[1], 'wb').write(base64.b64decode(json.load(sys.stdin)['result']['data']))",
-                        SCREENSHOT_FILE}, shot).status, 0);
+  const RunResult saved = runProgram({"/usr/bin/python3", "-c", kSaveShot, SCREENSHOT_FILE},
+                                     browser.call("Page.captureScreenshot", "{}"));
+  EXPECT_EQ(saved.status, 0) << saved.err;
 }
 
 }  // namespace

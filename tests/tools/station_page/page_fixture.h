@@ -83,8 +83,7 @@ inline std::string exchange(unsigned short port, std::string request, const char
   if (request[0] == '/') request = "GET " + request + " HTTP/1.1\r\nHost: station\r\nConnection: close\r\n\r\n";
   const int fd = connectFrom(source, port);
   std::string reply;
-  if (fd >= 0 && send(fd, request.data(), request.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(request.size()))
-    reply = readAll(fd, 10);
+  if (fd >= 0 && send(fd, request.data(), request.size(), MSG_NOSIGNAL) == ssize_t(request.size())) reply = readAll(fd, 10);
   if (fd >= 0) close(fd);
   return reply;
 }
