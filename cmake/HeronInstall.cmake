@@ -21,10 +21,11 @@ foreach(pc heron heron_calib)
   install(FILES ${PROJECT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()
 
-# The unit names serial_ingest by the path it is installed at.
-configure_file(${PROJECT_SOURCE_DIR}/examples/serial_ingest.service.in
-  ${PROJECT_BINARY_DIR}/serial_ingest.service @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/serial_ingest.service DESTINATION ${HERON_SYSTEMD_UNITDIR})
+# The units name their programs by the paths they are installed at.
+foreach(unit serial_ingest station_page)
+  configure_file(${PROJECT_SOURCE_DIR}/examples/${unit}.service.in ${PROJECT_BINARY_DIR}/${unit}.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${unit}.service DESTINATION ${HERON_SYSTEMD_UNITDIR})
+endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/examples/rsyslog-serial_ingest.conf
   DESTINATION ${HERON_INSTALL_ETCDIR}/rsyslog.d RENAME 30-serial_ingest.conf)
 install(FILES ${PROJECT_SOURCE_DIR}/examples/logrotate-serial_ingest

@@ -20,7 +20,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/utsname.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -34,6 +33,7 @@
 #include "rpc/rpc_client.h"
 #include "site/IngestConfig.h"
 #include "site/TernList.h"
+#include "status/StationAsk.h"
 
 namespace {
 
@@ -64,83 +64,9 @@ struct Options {
   std::string host;
 };
 
-struct Station {
-  std::string name, port;  // the port as ingest.conf has it; empty: unknown
-};
-
-// The library's xdr_void, with the argument list a cast to xdrproc_t wants.
-bool_t noArguments(XDR*, void*) { return TRUE; }
-
 bool call(CLIENT* clnt, rpcproc_t proc, xdrproc_t in, void* arg, xdrproc_t out, void* res) {
   return clnt_call(clnt, proc, in, static_cast<caddr_t>(arg), out, static_cast<caddr_t>(res), kTimeout) ==
          RPC_SUCCESS;
-}
-
-void copyStatus(StationView& v, const station_status& s) {
-  v.station = s.station;
-  v.port = s.port;
-  v.state = s.state;
-  v.age = static_cast<double>(s.lastSampleAge);
-  v.rate = static_cast<double>(s.rate);
-  v.upTime = s.upTime;
-  v.samples = s.samples;
-  v.bad = s.badSamples;
-  v.lost = s.samplesLost;
-  v.archiveFile = s.archiveFile;
-  v.archiveBytes = s.archiveBytes;
-  v.archiveErrors = s.archiveErrors;
-  v.clients = s.clients;
-  v.channels.assign(s.channels.channels_val, s.channels.channels_val + s.channels.channels_len);
-}
-
-void askConnections(CLIENT* clnt, StationView& v) {
-  ingest_connection_res conns = {};
-  if (!call(clnt, INGEST_CONNECTIONS, reinterpret_cast<xdrproc_t>(noArguments), nullptr,
-            reinterpret_cast<xdrproc_t>(xdr_ingest_connection_res), &conns)) {
-    clnt_perror(clnt, "INGEST_CONNECTIONS failed");
-    return;
-  }
-  for (const ingest_connection* c = conns.ingest_connection_res_u.list; conns.ierr == 0 && c != nullptr; c = c->next) {
-    v.connections.push_back(*c);
-    v.connections.back().next = nullptr;
-  }
-  xdr_free(reinterpret_cast<xdrproc_t>(xdr_ingest_connection_res), reinterpret_cast<char*>(&conns));
-}
-
-// Asks the station's server on host; what it cannot ask is the station's
-// state (down or unregistered) and its reason.  An unknown station throws.
-StationView ask(const Station& asked, const std::string& host, bool detail) {
-  const std::string& station = asked.name;
-  StationView v;
-  v.station = station;
-  v.port = asked.port;
-  const int number = TernList::TernInfo(station.c_str()).number;
-  const std::string who = station + "@" + host;
-  RpcClient clnt(heron_clnt_create(host.c_str(), static_cast<rpcprog_t>(INGEST_PROG + number), INGEST_VERS, &kTimeout));
-  if (!clnt) {
-    v.state = rpc_createerr.cf_stat == RPC_PROGNOTREGISTERED ? "unregistered" : "down";
-    v.reason = clnt_spcreateerror(who.c_str());
-    return v;
-  }
-  station_status_res res = {};
-  if (!call(clnt.get(), INGEST_STATION_STATUS, reinterpret_cast<xdrproc_t>(noArguments), nullptr,
-            reinterpret_cast<xdrproc_t>(xdr_station_status_res), &res)) {
-    v.state = "down";
-    v.reason = clnt_sperror(clnt.get(), who.c_str());
-    return v;
-  }
-  if (res.ierr == 0) copyStatus(v, res.station_status_res_u.status);
-  xdr_free(reinterpret_cast<xdrproc_t>(xdr_station_status_res), reinterpret_cast<char*>(&res));
-  if (res.ierr != 0 || v.station != station) {
-    v = StationView();
-    v.station = station;
-    v.port = asked.port;
-    v.state = "unregistered";
-    v.reason = who + ": the server does not serve this station";
-    return v;
-  }
-  if (detail) askConnections(clnt.get(), v);
-  return v;
 }
 
 // The input lines of the single-station view, as INGEST_INPUT_STATUS
@@ -180,24 +106,10 @@ void printConnections(const std::vector<ingest_connection>& conns) {
   }
 }
 
-// The serial stations ingest.conf gives this computer, by its full or
-// short name or to every host ("-"): station and port.
-std::vector<Station> ourStations(const char* table) {
-  struct utsname un;
-  if (uname(&un) != 0) throw oru::IOException("uname", "", errno);
-  const std::string name = un.nodename, shortName = name.substr(0, name.find('.'));
-  std::vector<Station> stations;
-  IngestConfig cfg(table);
-  for (const auto& e : cfg.stns)
-    if (e.type == SERIALPORT && (e.ingestServer == "-" || e.ingestServer == name || e.ingestServer == shortName))
-      stations.push_back({e.stationName, e.portName});
-  return stations;
-}
-
 // One view of the station or of all; its exit status.
-int show(const Options& o, const std::vector<Station>& stations, bool terminal) {
+int show(const Options& o, const std::vector<heron::StationEntry>& stations, bool terminal) {
   std::vector<StationView> views;
-  for (const auto& s : stations) views.push_back(ask(s, o.host, o.station != nullptr));
+  for (const auto& s : stations) views.push_back(heron::askStation(s, o.host, o.station != nullptr));
   if (terminal && o.watch > 0) fputs("\033[H\033[2J", stdout);
   if (o.json) {
     printJson(stdout, views, time(nullptr));
@@ -218,7 +130,7 @@ int show(const Options& o, const std::vector<Station>& stations, bool terminal) 
 void onSignal(int) { stopped = 1; }
 
 // Views every o.watch seconds until a signal ends the watch.
-int watch(const Options& o, const std::vector<Station>& stations) {
+int watch(const Options& o, const std::vector<heron::StationEntry>& stations) {
   const bool terminal = isatty(STDOUT_FILENO) == 1;
   struct sigaction sa = {};
   sa.sa_handler = onSignal;
@@ -262,7 +174,7 @@ Options parse(int argc, char** argv) {
 int main(int argc, char** argv) {
   Options o = parse(argc, argv);
   try {
-    std::vector<Station> stations;
+    std::vector<heron::StationEntry> stations;
     if (o.station != nullptr) {
       stations.push_back({o.station, ""});
       if (argc - optind < 2) o.host = ingestServer(o.station);
@@ -271,7 +183,7 @@ int main(int argc, char** argv) {
         o.host = env != nullptr && *env != '\0' ? env : "localhost";
       }
     } else {
-      stations = ourStations(o.table);
+      stations = heron::ourStations(o.table);
     }
     return o.watch > 0 ? watch(o, stations) : show(o, stations, false);
   } catch (const std::exception& e) {
