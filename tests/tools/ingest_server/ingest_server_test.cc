@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "ingest/daemon_fixture.h"
+#include "lib/samples/sample_support.h"
 #include "samples/StreamInputs.h"
 #include "support/rpc_fixture.h"
 #include "support/scratch_site.h"
@@ -33,13 +34,9 @@ const int kChannels = 4;
 
 // Sample i: channel 1 + i % 4, 14 data bytes, tags rising from ms.
 std::string sample(int i, uint32_t ms) {
-  std::string s(20, '\0');
-  const uint32_t tt = htonl(ms + static_cast<uint32_t>(i) / 50);
-  memcpy(&s[0], &tt, 4);
-  s[4] = static_cast<char>(1 + i % kChannels);
-  s[5] = 14;
-  for (int k = 0; k < 14; ++k) s[6 + k] = static_cast<char>(i >> (k % 3 * 8));
-  return s;
+  std::string data(14, '\0');
+  for (int k = 0; k < 14; ++k) data[k] = static_cast<char>(i >> (k % 3 * 8));
+  return sample_test::bytesOf({ms + static_cast<uint32_t>(i) / 50, static_cast<uint8_t>(1 + i % kChannels), data});
 }
 
 class IngestChain : public ::testing::Test {
@@ -134,8 +131,7 @@ TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
   RawSample s;
   for (int i = 0; i < n; i += 2) {
     const bool read = live->readSample(&s) == 1;
-    if (!read || std::string(reinterpret_cast<const char*>(&s.tt), 4) + char(s.chan) + char(s.len) +
-                         std::string(static_cast<const char*>(s.data), s.len) != sample(i, ms_)) {
+    if (!read || sample_test::bytesOf(sample_test::recordOf(s)) != sample(i, ms_)) {
       ADD_FAILURE() << "sample " << i << (read ? " differs" : " not read");
       break;
     }
