@@ -1,7 +1,8 @@
 // cal_dump -l through the real chain: started before the daemon, it waits
 // for the two stations' servers, takes every sample once they answer, and
 // rides out one station's Ingest being killed (the supervisor starts it
-// again) while the other flows on.
+// again) while the other flows on.  A second cal_dump, of b alone into a
+// file (-o), leaves that file whole when interrupted.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -15,6 +16,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "ingest/daemon_fixture.h"
 #include "support/rpc_fixture.h"
@@ -34,13 +36,16 @@ bool waitFor(const std::string& path, const std::string& text, int count = 1) {
   return false;
 }
 
-// cal_dump -l of v.a and v.b, its output to out and its messages to err.
-pid_t startCalDump(const std::string& out, const std::string& err) {
+// cal_dump -l -F CSV with args, its output to out and its messages to err.
+pid_t startCalDump(const std::string& out, const std::string& err, std::vector<std::string> args) {
+  args.insert(args.begin(), {CAL_DUMP_BIN, "-l", "-F", "CSV"});
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(&a[0]);
+  argv.push_back(nullptr);
   const pid_t dump = fork();
   if (dump == 0) {
     const int o = open(out.c_str(), O_WRONLY | O_CREAT, 0644), e = open(err.c_str(), O_WRONLY | O_CREAT, 0644);
-    if (dup2(o, 1) == 1 && dup2(e, 2) == 2 && setenv("INGEST_SERVER", "127.0.0.1", 1) == 0)
-      execl(CAL_DUMP_BIN, "cal_dump", "-l", "-F", "CSV", "v.a", "v.b", static_cast<char*>(nullptr));
+    if (dup2(o, 1) == 1 && dup2(e, 2) == 2 && setenv("INGEST_SERVER", "127.0.0.1", 1) == 0) execv(argv[0], argv.data());
     _exit(127);
   }
   return dump;
@@ -73,11 +78,12 @@ TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
   site.writeOps("prep.config", "sensor a { module a 200 ; outputs x v ; calibrate serial_short \"big\" ; }\n"
                                "sensor b { module b 200 ; outputs x v ; calibrate serial_short \"big\" ; }\n");
   const std::string out = site.dir() + "/out.csv", err = site.dir() + "/err";
-  const pid_t dump = startCalDump(out, err);
+  const std::string file = site.dir() + "/b.csv", fileErr = site.dir() + "/b.err";  // b alone, with -o
+  const pid_t dump = startCalDump(out, err, {"v.a", "v.b"}), fileDump = startCalDump("/dev/null", fileErr, {"-o", file, "v.b"});
   ASSERT_TRUE(waitFor(err, "waiting for its ingest server (RPC: Program not registered); trying every second", 2));
   const std::vector<pid_t> pids = site.startStations(INGEST_BIN_DIR);
   ASSERT_EQ(pids.size(), 3u);
-  ASSERT_TRUE(waitFor(err, ": connected\n", 2)) << fileText(err);
+  ASSERT_TRUE(waitFor(err, ": connected\n", 2) && waitFor(fileErr, ": connected\n")) << fileText(err) << fileText(fileErr);
 
   // Sample i of a station holds i, every 10 ms from now; a pauses over the
   // kill, so that each of its samples is either delivered or never sent.
@@ -113,6 +119,15 @@ TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
   EXPECT_TRUE(std::regex_match(end, std::regex("cal_dump: [0-9]+ records, 1 reconnections\n"))) << end;
   const int counts[2] = {sent[0], sent[1]};
   checkRows(out, counts, beforeKill, afterBack);
+  // Interrupted, -o leaves a whole file: b's samples in order from the first.
+  ASSERT_TRUE(kill(fileDump, SIGINT) == 0 && waitpid(fileDump, &status, 0) == fileDump);
+  EXPECT_EQ(status, 0) << fileText(fileErr);
+  std::istringstream rows(fileText(file));
+  std::string row;
+  EXPECT_TRUE(std::getline(rows, row) && row == "time,v.b") << row;
+  int n = 0;
+  for (; std::getline(rows, row) && std::regex_match(row, std::regex("[^,]+," + std::to_string(n))); ++n) continue;
+  EXPECT_TRUE(n > 20 && rows.eof()) << n << ": " << row;
 
   EXPECT_TRUE(site.endStations({pids[0], againA, pids[2]}));
 }

@@ -11,9 +11,7 @@
 #include <vector>
 
 #include "PlotSink.h"
-#include "support/live_service.h"
-#include "support/rpc_fixture.h"
-#include "support/tick_site.h"
+#include "support/scratch_site.h"
 #include "support/subprocess.h"
 
 namespace {
@@ -166,27 +164,6 @@ TEST(CalDump, PlotHeadingWithinADayAndAcrossMidnight) {
     EXPECT_EQ(h.title, c.title) << c.from;
     EXPECT_EQ(h.timeFormat, c.format) << c.from;
   }
-}
-
-TEST(CalDump, LiveUntilInterruptedLeavesACompleteFile) {
-  HERON_REQUIRE_RPCBIND();
-  const int number = heron_test::testSystemNumber();
-  heron_test::LiveService server(number);
-  ScratchSite site;
-  writeTickSite(site, number);
-  const std::string csv = site.root() + "/live.csv";
-  const RunResult r = runProgram({"/usr/bin/timeout", "--preserve-status", "-s", "INT", "2", CAL_DUMP_BIN, "-l", "-F",
-                                  "CSV", "-o", csv, "x.s", "y.s"},
-                                 "", {"INGEST_SERVER=127.0.0.1"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  const RunResult check = runProgram({"/usr/bin/python3", "-c",
-                                      "import csv, sys\n"
-                                      "rows = list(csv.reader(open(sys.argv[1])))\n"
-                                      "x = {r[1] for r in rows[1:]}\n"
-                                      "y = [int(r[2]) for r in rows[1:]]\n"
-                                      "print(rows[0], x, len(y) > 20, all(b == a + 1 for a, b in zip(y, y[1:])))\n",
-                                      csv});
-  EXPECT_EQ(check.out, "['time', 'x.s', 'y.s'] {'0'} True True\n") << check.err;
 }
 
 // -o replaces only a regular file or a new name; a device is written as it
