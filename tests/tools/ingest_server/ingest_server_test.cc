@@ -152,11 +152,10 @@ TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
 
 // Runs ingest_status until its line for tern1 matches state (a regex) or
 // seconds pass; the last run.
-RunResult statusUntil(const std::string& state, double seconds, std::vector<std::string> args = {}) {
-  args.insert(args.begin(), INGEST_STATUS_BIN);
+RunResult statusUntil(const std::string& state, double seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   RunResult r;
-  while (!std::regex_search((r = runProgram(args)).out, std::regex("(^|\n)tern1 +\\S+ +(" + state + ") ")) &&
+  while (!std::regex_search((r = runProgram({INGEST_STATUS_BIN})).out, std::regex("(^|\n)tern1 +\\S+ +(" + state + ") ")) &&
          std::chrono::steady_clock::now() < end)
     usleep(200000);
   return r;
