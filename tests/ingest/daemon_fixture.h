@@ -1,5 +1,6 @@
 // Runs serial_ingest -z for real: its ports are pseudo-terminals, its
-// children the stand-in "Ingest" (which reports what it was handed), and its
+// children the stand-in "Ingest" (which reports what it was handed) or,
+// for the stations of addStations, the real one, and its
 // system log a datagram socket of the test's own, reached through a private
 // /dev in a mount namespace (the machine's own /dev/log is never touched).
 // The site is a scratch install root; rpcbind is the test's own (see
