@@ -10,6 +10,7 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -112,6 +113,44 @@ int DaemonSite::start(const std::string& program, const std::vector<std::string>
   int status;
   waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::vector<DaemonSite::Station> DaemonSite::addStations(const std::vector<std::string>& names, int number) {
+  std::string kites, archive = "directory \"" + rawDir() + "\" ;\n", table;
+  mkdir(rawDir().c_str(), 0755);
+  for (const std::string& name : names) {
+    const std::string device = addPort();
+    stations_.push_back({name, device, ptyFds_[ptyFds_.size() - 2]});
+    kites += "kites_number " + name + " " + std::to_string(number++) + "\n";
+    archive += "archive " + name + " \"" + name + "_%Y%m%d_%H%M%S.raw\" 3600 ;\n";
+    table += name + " - " + device + " 230400 none 8 1 none local\n";
+  }
+  site_.write("config/kites_config", kites);
+  site_.writeOps("channel_config", "timetag msecs ;\n");
+  site_.writeOps("archive_config", archive);
+  writeConfig(table);
+  return stations_;
+}
+
+std::vector<pid_t> DaemonSite::startStations(const std::string& binDir) {
+  std::vector<pid_t> pids;
+  if (start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", "PATH=" + binDir + ":/usr/bin:/bin"}) != 0) return pids;
+  pids.push_back(waitLogPid("started, config"));
+  for (const Station& s : stations_) pids.push_back(waitLogPid(s.name + " on " + s.device + ": archiving to"));
+  return pids;
+}
+
+bool DaemonSite::endStations(const std::vector<pid_t>& pids) {
+  bool ended = true;
+  if (!pids.empty() && pids[0] > 0 && kill(pids[0], SIGCONT) == 0 && kill(pids[0], SIGINT) == 0)
+    ended = waitDaemonExit();
+  for (size_t k = 1; k < pids.size(); ++k)
+    if (pids[k] > 0 && kill(pids[k], SIGTERM) == 0) waitGone(pids[k]);
+  return ended;
+}
+
+void DaemonSite::waitGone(pid_t pid) {
+  for (int k = 0; k < 50 && waitpid(pid, nullptr, WNOHANG) != pid && kill(pid, 0) == 0; ++k) usleep(100000);
 }
 
 const DaemonSite::Message* DaemonSite::findLog(const std::string& text, pid_t other, int seconds) {

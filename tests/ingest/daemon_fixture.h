@@ -1,5 +1,6 @@
 // Runs serial_ingest -z for real: its ports are pseudo-terminals, its
-// children the stand-in "Ingest" (which reports what it was handed), and its
+// children the stand-in "Ingest" (which reports what it was handed) or,
+// for the stations of addStations, the real one, and its
 // system log a datagram socket of the test's own, reached through a private
 // /dev in a mount namespace (the machine's own /dev/log is never touched).
 // The site is a scratch install root; rpcbind is the test's own (see
@@ -57,6 +58,29 @@ class DaemonSite {
   // that ends by itself.
   static bool waitDaemonExit();
 
+  // Stations for the real Ingest, one per name, each on a new port: system
+  // numbers from `number` up, tags in milliseconds, and hourly archive files
+  // "<name>_%Y%m%d_%H%M%S.raw" in rawDir(); ingest.conf lists them all.  The
+  // test feeds a station by writing its master, which stays the fixture's.
+  struct Station {
+    std::string name, device;
+    int master;
+  };
+  std::vector<Station> addStations(const std::vector<std::string>& names, int number);
+  std::string rawDir() const { return dir() + "/raw"; }
+  // Writes a file of the ops folder (did.config, prep.config, ...).
+  void writeOps(const std::string& name, const std::string& text) { site_.writeOps(name, text); }
+  // Starts the supervisor with the real Ingest of binDir first on PATH and
+  // the module server on loopback.  Returns its id, then each station's
+  // Ingest's in the order added, once serving (-1 for what never came).
+  std::vector<pid_t> startStations(const std::string& binDir);
+  // Ends the supervisor (SIGINT, after a SIGCONT in case a test stopped it),
+  // so that it starts nothing again, then each Ingest of pids[1..] (SIGTERM),
+  // ours to reap once the supervisor is gone.  False if the supervisor stays.
+  bool endStations(const std::vector<pid_t>& pids);
+  // Waits up to 5 s for pid to end, reaping it if it is our child.
+  static void waitGone(pid_t pid);
+
   // The stand-ins' reports ("key" -> "value", and "pid"; "parent" is the
   // supervisor), waiting until at least n exist or 10 seconds pass.
   using Report = std::map<std::string, std::string>;
@@ -73,6 +97,7 @@ class DaemonSite {
   std::vector<Message> messages_;
   const Message* findLog(const std::string& text, pid_t other, int seconds);
   std::vector<int> ptyFds_;
+  std::vector<Station> stations_;
 };
 
 #endif

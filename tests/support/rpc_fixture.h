@@ -53,6 +53,11 @@ inline struct sockaddr_in loopback(const char* address, unsigned short port) {
   return a;
 }
 
+// A stream connection to 127.0.0.1:port from `from`, an address of the
+// loopback network (so that a test can tell its connections apart); -1,
+// with the reason on standard error, when it cannot be made.
+int dialFrom(const char* from, unsigned short port);
+
 inline bool rpcbindAnswers() {
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   struct sockaddr_in sin = loopback(kLoopback, 111);

@@ -14,6 +14,7 @@
 //              that sends "stranger"; then the server's own, with one
 //              sample of channel 3
 #include <arpa/inet.h>
+#include <errno.h>
 #include <rpc/rpcb_clnt.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -40,18 +41,6 @@ uint32_t wordAt(const std::string& rec, size_t at) {
   uint32_t w = 0;
   if (at + 4 <= rec.size()) memcpy(&w, &rec[at], 4);
   return ntohl(w);
-}
-
-// A stream connection to 127.0.0.1:port from the address `from`; -1 on
-// failure.
-int connectTo(unsigned short port, const char* from) {
-  struct sockaddr_in me = loopback(from, 0), it = loopback(kLoopback, port);
-  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd >= 0 && (bind(fd, reinterpret_cast<struct sockaddr*>(&me), sizeof me) != 0 ||
-                  connect(fd, reinterpret_cast<struct sockaddr*>(&it), sizeof it) != 0))
-    fd = (close(fd), -1);
-  if (fd < 0) perror("test server: connecting back");
-  return fd;
 }
 
 // Decodes the arguments of the call `rec` (one whole record) with codec.
@@ -120,10 +109,10 @@ bool answer(Peer& p, const std::string& mode) {
     const unsigned short port =
         decodeArgs(p.in, reinterpret_cast<xdrproc_t>(xdr_connect_t), &args) ? args.s_port : 0;
     xdr_free(reinterpret_cast<xdrproc_t>(xdr_connect_t), reinterpret_cast<char*>(&args));
-    const int fd = connectTo(port, "127.0.0.2");
+    const int fd = dialFrom("127.0.0.2", port);
     if (fd >= 0 && (send(fd, "stranger", 8, MSG_NOSIGNAL) != 8 || close(fd) != 0)) perror("test server: stranger");
     const std::string s = nowSample(3, 0);
-    if ((p.data = connectTo(port, kLoopback)) >= 0 && send(p.data, s.data(), s.size(), MSG_NOSIGNAL) != 10)
+    if ((p.data = dialFrom(kLoopback, port)) >= 0 && send(p.data, s.data(), s.size(), MSG_NOSIGNAL) != 10)
       perror("test server: sample");
   }
   p.closeWhenSent = mode == "truncated" || mode == "hugestring";
@@ -136,6 +125,16 @@ void hangUp(const Peer& p) {
 }
 
 }  // namespace
+
+int dialFrom(const char* from, unsigned short port) {
+  struct sockaddr_in me = loopback(from, 0), it = loopback(kLoopback, port);
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd >= 0 && (bind(fd, reinterpret_cast<struct sockaddr*>(&me), sizeof me) != 0 ||
+                  connect(fd, reinterpret_cast<struct sockaddr*>(&it), sizeof it) != 0))
+    fd = (close(fd), -1);
+  if (fd < 0) fprintf(stderr, "connecting to 127.0.0.1:%u from %s: %s\n", port, from, strerror(errno));
+  return fd;
+}
 
 TestServer::TestServer(unsigned long prog, const std::string& mode, const std::vector<std::string>& env)
     : prog_(prog), mode_(mode), error_(ensureRpcbind()) {

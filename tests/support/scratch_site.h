@@ -55,12 +55,16 @@ class ScratchSite {
   static std::map<std::string, std::string> files(const std::string& dir) {
     std::map<std::string, std::string> out;
     DIR* d = opendir(dir.c_str());
-    for (struct dirent* e; d && (e = readdir(d)) != nullptr;) {
-      std::stringstream s;
-      if (e->d_name[0] != '.') out[e->d_name] = (s << std::ifstream(dir + "/" + e->d_name).rdbuf(), s.str());
-    }
+    for (struct dirent* e; d && (e = readdir(d)) != nullptr;)
+      if (e->d_name[0] != '.') out[e->d_name] = read(dir + "/" + e->d_name);
     if (d) closedir(d);
     return out;
+  }
+  // The bytes of any file; "" when it cannot be read.
+  static std::string read(const std::string& path) {
+    std::stringstream s;
+    s << std::ifstream(path, std::ios::binary).rdbuf();
+    return s.str();
   }
 
  private:

@@ -1,6 +1,6 @@
 // cal_dump_days over archives that cross midnight: two days of data, a day
 // without any, and a station whose calibration file is missing; and
-// cal_dump's plot of those archives, across midnight.
+// cal_dump's plot of those archives, across midnight, at the size asked.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -36,10 +36,13 @@ TEST(CalDumpDays, StationDaysInParallelWithTheirFailuresReported) {
   EXPECT_NE(r.err.find("cal_dump_days: 9 station-days: 4 written, 2 without samples, 3 failed\n"), std::string::npos)
       << r.err;
 
-  // The plot of the same archives, across midnight, is one gnuplot takes.
-  const RunResult plot = runProgram({CAL_DUMP_BIN, "-s", "2026-11-21T23:00:00Z", "-e", "2026-11-22T01:00:00Z",
-                                     "--plot", out + "/night.png", "-o", "/dev/null", "u.wind", "p.baro"});
+  // The plot of the same archives, across midnight, is one gnuplot takes:
+  // a PNG of the size asked.
+  const RunResult plot = runProgram({CAL_DUMP_BIN, "-s", "2026-11-21T23:00:00Z", "-e", "2026-11-22T01:00:00Z", "--plot",
+                                     out + "/night.png", "--plot-size", "640x480", "-o", "/dev/null", "u.wind", "p.baro"});
   EXPECT_TRUE(plot.status == 0 && plot.err.find("gnuplot") == std::string::npos) << plot.err;
+  EXPECT_EQ(ScratchSite::read(out + "/night.png").substr(0, 24),
+            std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\x02\x80\0\0\x01\xe0", 24));  // 640 x 480
 
   // A station's days join along time: ten one-second intervals each.
   const RunResult joined = runProgram(

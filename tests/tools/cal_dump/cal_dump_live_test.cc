@@ -1,33 +1,29 @@
 // cal_dump -l through the real chain: started before the daemon, it waits
 // for the two stations' servers, takes every sample once they answer, and
 // rides out one station's Ingest being killed (the supervisor starts it
-// again) while the other flows on.
+// again) while the other flows on.  A second cal_dump, of b alone into a
+// file (-o), leaves that file whole when interrupted.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <fstream>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "ingest/daemon_fixture.h"
 #include "support/rpc_fixture.h"
 
 namespace {
 
-std::string fileText(const std::string& path) {
-  std::ostringstream s;
-  s << std::ifstream(path).rdbuf();
-  return s.str();
-}
+const auto fileText = ScratchSite::read;
 
 // Waits up to 20 s for path to hold text `count` times.
 bool waitFor(const std::string& path, const std::string& text, int count = 1) {
@@ -40,26 +36,16 @@ bool waitFor(const std::string& path, const std::string& text, int count = 1) {
   return false;
 }
 
-// The site of stations a and b (one serial sensor each, on the two ports).
-void writeSite(DaemonSite& site, int number, char name[2][64]) {
-  const std::string dir = site.dir(), ops = dir + "/projects/p/o/";
-  mkdir((dir + "/config").c_str(), 0755);
-  std::ofstream(dir + "/config/kites_config") << "kites_number a " << number << "\nkites_number b " << number + 1;
-  std::ofstream(ops + "channel_config") << "timetag msecs ;\n";
-  std::ofstream(ops + "archive_config") << "directory \"" << dir << "\" ;\narchive a \"a%H\" 3600 ;\narchive b \"b%H\" 3600 ;";
-  std::ofstream(ops + "did.config") << "x.a 1 ; v.a 2 ; x.b 3 ; v.b 4 ;";
-  std::ofstream(ops + "prep.config") << "sensor a { module a 200 ; outputs x v ; calibrate serial_short \"big\" ; }\n"
-                                     << "sensor b { module b 200 ; outputs x v ; calibrate serial_short \"big\" ; }\n";
-  site.writeConfig(std::string("a - ") + name[0] + " 230400 none 8 1 none local\nb - " + name[1] + " 230400 none 8 1 none local\n");
-}
-
-// cal_dump -l of v.a and v.b, its output to out and its messages to err.
-pid_t startCalDump(const std::string& out, const std::string& err) {
+// cal_dump -l -F CSV with args, its output to out and its messages to err.
+pid_t startCalDump(const std::string& out, const std::string& err, std::vector<std::string> args) {
+  args.insert(args.begin(), {CAL_DUMP_BIN, "-l", "-F", "CSV"});
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(&a[0]);
+  argv.push_back(nullptr);
   const pid_t dump = fork();
   if (dump == 0) {
     const int o = open(out.c_str(), O_WRONLY | O_CREAT, 0644), e = open(err.c_str(), O_WRONLY | O_CREAT, 0644);
-    if (dup2(o, 1) == 1 && dup2(e, 2) == 2 && setenv("INGEST_SERVER", "127.0.0.1", 1) == 0)
-      execl(CAL_DUMP_BIN, "cal_dump", "-l", "-F", "CSV", "v.a", "v.b", static_cast<char*>(nullptr));
+    if (dup2(o, 1) == 1 && dup2(e, 2) == 2 && setenv("INGEST_SERVER", "127.0.0.1", 1) == 0) execv(argv[0], argv.data());
     _exit(127);
   }
   return dump;
@@ -87,17 +73,17 @@ TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
   if (!site.unavailable().empty()) GTEST_SKIP() << site.unavailable();
   heron_test::TestModuleServer module{{"PROJECT=p", "OPS=o"}};
   ASSERT_TRUE(module.ok()) << module.error();
-  int master[2], slave[2];
-  char name[2][64];
-  for (int k = 0; k < 2; ++k) ASSERT_EQ(openpty(&master[k], &slave[k], name[k], nullptr, nullptr), 0);
-  writeSite(site, heron_test::testSystemNumber(), name);
+  const std::vector<DaemonSite::Station> st = site.addStations({"a", "b"}, heron_test::testSystemNumber());
+  site.writeOps("did.config", "x.a 1 ; v.a 2 ; x.b 3 ; v.b 4 ;");
+  site.writeOps("prep.config", "sensor a { module a 200 ; outputs x v ; calibrate serial_short \"big\" ; }\n"
+                               "sensor b { module b 200 ; outputs x v ; calibrate serial_short \"big\" ; }\n");
   const std::string out = site.dir() + "/out.csv", err = site.dir() + "/err";
-  const pid_t dump = startCalDump(out, err);
+  const std::string file = site.dir() + "/b.csv", fileErr = site.dir() + "/b.err";  // b alone, with -o
+  const pid_t dump = startCalDump(out, err, {"v.a", "v.b"}), fileDump = startCalDump("/dev/null", fileErr, {"-o", file, "v.b"});
   ASSERT_TRUE(waitFor(err, "waiting for its ingest server (RPC: Program not registered); trying every second", 2));
-  ASSERT_EQ(site.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", std::string("PATH=") + INGEST_BIN_DIR + ":/usr/bin:/bin"}), 0);
-  const pid_t daemon = site.waitLogPid("started, config"), ingestA = site.waitLogPid(std::string("a on ") + name[0]);
-  const pid_t ingestB = site.waitLogPid(std::string("b on ") + name[1]);
-  ASSERT_TRUE(waitFor(err, ": connected\n", 2)) << fileText(err);
+  const std::vector<pid_t> pids = site.startStations(INGEST_BIN_DIR);
+  ASSERT_EQ(pids.size(), 3u);
+  ASSERT_TRUE(waitFor(err, ": connected\n", 2) && waitFor(fileErr, ": connected\n")) << fileText(err) << fileText(fileErr);
 
   // Sample i of a station holds i, every 10 ms from now; a pauses over the
   // kill, so that each of its samples is either delivered or never sent.
@@ -107,15 +93,15 @@ TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
     for (; !stop; usleep(10000))
       for (int k = pauseA ? 1 : 0; k < 2; ++k) {
         const std::string s = heron_test::nowSample(200, static_cast<uint32_t>(sent[k]++)) + '\3';
-        EXPECT_EQ(write(master[k], s.data(), s.size()), static_cast<ssize_t>(s.size()));
+        EXPECT_EQ(write(st[k].master, s.data(), s.size()), static_cast<ssize_t>(s.size()));
       }
   });
   usleep(500000);
   pauseA = true;
   const int beforeKill = sent[0];
   EXPECT_TRUE(waitFor(out, "," + std::to_string(beforeKill - 1) + ",\n"));
-  ASSERT_EQ(kill(ingestA, SIGKILL), 0);
-  const pid_t againA = site.waitLogPid(std::string("a on ") + name[0], ingestA);
+  ASSERT_EQ(kill(pids[1], SIGKILL), 0);
+  const pid_t againA = site.waitLogPid("a on " + st[0].device + ": archiving to", pids[1]);
   EXPECT_TRUE(waitFor(err, "a@127.0.0.1: connected again after a gap of")) << fileText(err);
   const int afterBack = sent[0];
   pauseA = false;
@@ -133,12 +119,17 @@ TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
   EXPECT_TRUE(std::regex_match(end, std::regex("cal_dump: [0-9]+ records, 1 reconnections\n"))) << end;
   const int counts[2] = {sent[0], sent[1]};
   checkRows(out, counts, beforeKill, afterBack);
+  // Interrupted, -o leaves a whole file: b's samples in order from the first.
+  ASSERT_TRUE(kill(fileDump, SIGINT) == 0 && waitpid(fileDump, &status, 0) == fileDump);
+  EXPECT_EQ(status, 0) << fileText(fileErr);
+  std::istringstream rows(fileText(file));
+  std::string row;
+  EXPECT_TRUE(std::getline(rows, row) && row == "time,v.b") << row;
+  int n = 0;
+  for (; std::getline(rows, row) && std::regex_match(row, std::regex("[^,]+," + std::to_string(n))); ++n) continue;
+  EXPECT_TRUE(n > 20 && rows.eof()) << n << ": " << row;
 
-  ASSERT_EQ(kill(daemon, SIGINT), 0);
-  EXPECT_TRUE(DaemonSite::waitDaemonExit());
-  for (const pid_t ingest : {againA, ingestB})  // ours to reap once the supervisor is gone
-    if (ingest > 0 && kill(ingest, SIGTERM) == 0) waitpid(ingest, nullptr, 0);
-  for (int k = 0; k < 2; ++k) close(master[k]), close(slave[k]);
+  EXPECT_TRUE(site.endStations({pids[0], againA, pids[2]}));
 }
 
 }  // namespace

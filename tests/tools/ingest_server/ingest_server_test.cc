@@ -6,17 +6,14 @@
 #include <arpa/inet.h>
 #include <errno.h>
 #include <string.h>
-#include <pty.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <memory>
 #include <regex>
 #include <sstream>
@@ -25,6 +22,7 @@
 #include <vector>
 
 #include "ingest/daemon_fixture.h"
+#include "lib/samples/sample_support.h"
 #include "samples/StreamInputs.h"
 #include "support/rpc_fixture.h"
 #include "support/scratch_site.h"
@@ -36,13 +34,9 @@ const int kChannels = 4;
 
 // Sample i: channel 1 + i % 4, 14 data bytes, tags rising from ms.
 std::string sample(int i, uint32_t ms) {
-  std::string s(20, '\0');
-  const uint32_t tt = htonl(ms + static_cast<uint32_t>(i) / 50);
-  memcpy(&s[0], &tt, 4);
-  s[4] = static_cast<char>(1 + i % kChannels);
-  s[5] = 14;
-  for (int k = 0; k < 14; ++k) s[6 + k] = static_cast<char>(i >> (k % 3 * 8));
-  return s;
+  std::string data(14, '\0');
+  for (int k = 0; k < 14; ++k) data[k] = static_cast<char>(i >> (k % 3 * 8));
+  return sample_test::bytesOf({ms + static_cast<uint32_t>(i) / 50, static_cast<uint8_t>(1 + i % kChannels), data});
 }
 
 class IngestChain : public ::testing::Test {
@@ -50,37 +44,24 @@ class IngestChain : public ::testing::Test {
   void SetUp() override {
     if (!site_.unavailable().empty()) GTEST_SKIP() << site_.unavailable();
     ASSERT_TRUE(module_.ok()) << module_.error();
-    ASSERT_EQ(openpty(&master_, &slave_, name_, nullptr, nullptr), 0);
-    const std::string ops = site_.configPath().substr(0, site_.configPath().rfind('/'));
-    raw_ = site_.dir() + "/raw";
-    mkdir(raw_.c_str(), 0755);
-    mkdir((site_.dir() + "/config").c_str(), 0755);
-    std::ofstream(site_.dir() + "/config/kites_config") << "kites_number tern1 " << number_ << "\n";
-    std::ofstream(ops + "/channel_config") << "timetag msecs ;\n";
-    std::ofstream(ops + "/archive_config") << "directory \"" << raw_ << "\" ;\narchive tern1 \"tern1_%Y%m%d_%H%M%S.raw\" 3600 ;\n";
-    site_.writeConfig(std::string("tern1 - ") + name_ + " 230400 none 8 1 none local\n");
+    const DaemonSite::Station tern1 = site_.addStations({"tern1"}, number_)[0];
+    master_ = tern1.master;
+    port_ = tern1.device;
   }
   // Starts the daemon, and so Ingest; tags count from now.
   void start() {
-    const std::string path = std::string("PATH=") + INGEST_BIN_DIR + ":/usr/bin:/bin";
-    ASSERT_EQ(site_.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", path}), 0);
-    daemon_ = site_.waitLogPid("started, config");
-    ingest_ = site_.waitLogPid("serving program");
+    const std::vector<pid_t> pids = site_.startStations(INGEST_BIN_DIR);
+    ASSERT_EQ(pids.size(), 2u);
+    daemon_ = pids[0];
+    ingest_ = pids[1];
     ASSERT_GT(ingest_, 0);
     struct timespec ts;
     clock_gettime(CLOCK_REALTIME, &ts);
     ms_ = static_cast<uint32_t>(ts.tv_sec % 86400 * 1000 + ts.tv_nsec / 1000000);
   }
   void TearDown() override {
-    // The supervisor first, so that nothing starts Ingest again.
-    if (daemon_ > 0) kill(daemon_, SIGCONT);  // a test may have stopped it
-    if (daemon_ > 0 && kill(daemon_, SIGINT) == 0) {
-      EXPECT_TRUE(DaemonSite::waitDaemonExit());
-    }
-    if (ingest_ > 0 && kill(ingest_, SIGTERM) == 0) stop(ingest_);
+    EXPECT_TRUE(site_.endStations({daemon_, ingest_}));
     umount2(raw_.c_str(), MNT_DETACH);  // the full-disk test's tmpfs
-    close(master_);
-    close(slave_);
   }
 
   // Writes samples [from, to) to the port, each with its end-of-message byte.
@@ -101,12 +82,7 @@ class IngestChain : public ::testing::Test {
   void end() {
     ASSERT_EQ(kill(ingest_, SIGTERM), 0);
     EXPECT_NE(site_.waitLog("SIGTERM: ending"), "");
-    stop(ingest_);
-  }
-  // Waits up to 5 s for pid to end; once the supervisor is gone it is our
-  // child (the fixture is a subreaper) and is reaped here.
-  static void stop(pid_t pid) {
-    for (int k = 0; k < 50 && waitpid(pid, nullptr, WNOHANG) != pid && kill(pid, 0) == 0; ++k) usleep(100000);
+    DaemonSite::waitGone(ingest_);
   }
   // The archive's samples, file after file in name order; each file must
   // hold whole samples.
@@ -132,9 +108,9 @@ class IngestChain : public ::testing::Test {
   DaemonSite site_;
   heron_test::TestModuleServer module_{{"PROJECT=p", "OPS=o"}};
   const int number_ = heron_test::testSystemNumber();
-  int master_ = -1, slave_ = -1;
-  char name_[64];
-  std::string raw_;
+  const std::string raw_ = site_.rawDir();
+  int master_ = -1;
+  std::string port_;
   uint32_t ms_ = 0;
   pid_t daemon_ = -1, ingest_ = -1;  // as they name themselves in the log
 };
@@ -155,8 +131,7 @@ TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
   RawSample s;
   for (int i = 0; i < n; i += 2) {
     const bool read = live->readSample(&s) == 1;
-    if (!read || std::string(reinterpret_cast<const char*>(&s.tt), 4) + char(s.chan) + char(s.len) +
-                         std::string(static_cast<const char*>(s.data), s.len) != sample(i, ms_)) {
+    if (!read || sample_test::bytesOf(sample_test::recordOf(s)) != sample(i, ms_)) {
       ADD_FAILURE() << "sample " << i << (read ? " differs" : " not read");
       break;
     }
@@ -165,7 +140,7 @@ TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
   // The stalled client lost samples, the live one none; both are listed.
   RunResult status = runProgram({INGEST_STATUS_BIN, "tern1", "127.0.0.1"});
   EXPECT_EQ(status.status, 0) << status.err;
-  EXPECT_NE(status.out.find("station tern1  port " + std::string(name_) + "  open"), std::string::npos) << status.out;
+  EXPECT_NE(status.out.find("station tern1  port " + port_ + "  open"), std::string::npos) << status.out;
   // nsamples, nwrites, nlost
   EXPECT_TRUE(std::regex_search(status.out, std::regex("stream +20000 +[0-9]+ +0 "))) << status.out;
   EXPECT_TRUE(std::regex_search(status.out, std::regex("stream +40000 +[0-9]+ +[1-9]"))) << status.out;
@@ -177,38 +152,20 @@ TEST_F(IngestChain, ArchivesEverySampleAndServesLiveClients) {
 
 // Runs ingest_status until its line for tern1 matches state (a regex) or
 // seconds pass; the last run.
-RunResult statusUntil(const std::string& state, double seconds, std::vector<std::string> args = {}) {
-  args.insert(args.begin(), INGEST_STATUS_BIN);
+RunResult statusUntil(const std::string& state, double seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   RunResult r;
-  while (!std::regex_search((r = runProgram(args)).out, std::regex("(^|\n)tern1 +\\S+ +(" + state + ") ")) &&
+  while (!std::regex_search((r = runProgram({INGEST_STATUS_BIN})).out, std::regex("(^|\n)tern1 +\\S+ +(" + state + ") ")) &&
          std::chrono::steady_clock::now() < end)
     usleep(200000);
   return r;
 }
 
-// Killed, Ingest shows down until the supervisor has started it again and
-// it has taken over the registration its predecessor left.  (What a killed
-// writer leaves in the archive is the archive's round trip, tests/lib/archive.)
-TEST_F(IngestChain, KilledShowsDownAndIsStartedAgain) {
-  start();
-  EXPECT_EQ(statusUntil("up", 5).status, 0);
-  const pid_t first = ingest_;
-  ASSERT_EQ(kill(daemon_, SIGSTOP), 0);  // so that it starts no successor before we look
-  ASSERT_EQ(kill(first, SIGKILL), 0);
-  RunResult down = statusUntil("down|unregistered", 5);
-  EXPECT_EQ(down.status, 2) << down.out << down.err;
-  ASSERT_EQ(kill(daemon_, SIGCONT), 0);
-  ingest_ = site_.waitLogPid("serving program", first);  // started again by the supervisor
-  ASSERT_GT(ingest_, 0);
-  RunResult up = statusUntil("up", 5);
-  EXPECT_EQ(up.status, 0) << up.out << up.err;
-  end();
-}
-
 // The table, the channel view and the JSON document tell the same; a port
-// that falls silent shows quiet within 12 s.
-TEST_F(IngestChain, StatusShowsStationsChannelsAndQuiet) {
+// that falls silent shows quiet within 12 s, and a killed Ingest down.
+// (Its successor taking over the registration it left is cal_dump's live
+// test, which reconnects to it.)
+TEST_F(IngestChain, StatusShowsStationsChannelsQuietAndDown) {
   start();
   play(0, 4000);
   const auto played = std::chrono::steady_clock::now();
@@ -238,6 +195,10 @@ TEST_F(IngestChain, StatusShowsStationsChannelsAndQuiet) {
     EXPECT_EQ(r.status, c.second) << c.first[0] << ": " << r.err;
     EXPECT_EQ(r.err.empty(), c.second == 0) << c.first[0];
   }
+  ASSERT_EQ(kill(daemon_, SIGSTOP), 0);  // so that it starts no successor before we look
+  ASSERT_EQ(kill(ingest_, SIGKILL), 0);
+  RunResult down = statusUntil("down|unregistered", 5);
+  EXPECT_EQ(down.status, 2) << down.out << down.err;
 }
 
 // A full disk is logged and retried; clients keep their data, and the

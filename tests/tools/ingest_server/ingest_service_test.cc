@@ -52,10 +52,8 @@ class Service : public ::testing::Test {
   size_t clients() { return service_->clients(); }
   // A TCP connection to the service from `from`.
   int dial(const char* from) {
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    struct sockaddr_in me = loopback(from, 0), it = loopback(heron_test::kLoopback, port_);
-    EXPECT_EQ(bind(fd, reinterpret_cast<struct sockaddr*>(&me), sizeof me), 0);
-    EXPECT_EQ(connect(fd, reinterpret_cast<struct sockaddr*>(&it), sizeof it), 0);
+    const int fd = heron_test::dialFrom(from, port_);
+    EXPECT_GE(fd, 0) << from;
     return fd;
   }
   // An RPC client of the service calling from `from`.

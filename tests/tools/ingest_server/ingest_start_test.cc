@@ -1,7 +1,7 @@
 // Ingest's start, run by hand on a pseudo-terminal: a raw-data directory it
 // cannot make stops it before it registers, and so does a live Ingest of
 // the same station.  (A registration left by a killed one is taken over:
-// ingest_server_test.cc kills one and sees the next serve.)
+// cal_dump_live_test.cc kills one and sees the next serve.)
 #include <gtest/gtest.h>
 
 #include <pty.h>

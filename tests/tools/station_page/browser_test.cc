@@ -8,22 +8,20 @@
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <pty.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <fstream>
 #include <memory>
 #include <regex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "ingest/daemon_fixture.h"
 #include "support/rpc_fixture.h"
@@ -122,37 +120,17 @@ class PageInBrowser : public ::testing::Test {
     if (!site_.unavailable().empty()) GTEST_SKIP() << site_.unavailable();
     if (access(CHROMIUM_BIN, X_OK) != 0) GTEST_SKIP() << CHROMIUM_BIN << " is absent: no browser to test the page in";
     ASSERT_TRUE(module_.ok()) << module_.error();
-    std::string config;
-    for (int k = 0; k < 2; ++k) {
-      char name[64];
-      ASSERT_EQ(openpty(&master_[k], &slave_[k], name, nullptr, nullptr), 0);
-      config += "tern" + std::to_string(k + 1) + " - " + name + " 230400 none 8 1 none local\n";
-    }
-    site_.writeConfig(config);
-    const std::string ops = site_.configPath().substr(0, site_.configPath().rfind('/')) + "/", top = site_.dir() + "/";
-    for (const char* folder : {"raw", "config"}) mkdir((top + folder).c_str(), 0755);
-    const std::pair<std::string, std::string> files[] = {
-        {top + "config/kites_config", "kites_number tern1 " + std::to_string(number_) + "\nkites_number tern2 " +
-                                          std::to_string(number_ + 1) + "\n"},
-        {ops + "archive_config", "directory \"" + top + "raw\" ;\narchive tern1 \"tern1_%Y%m%d_%H.raw\" 3600 ;\n"
-                                 "archive tern2 \"tern2_%Y%m%d_%H.raw\" 3600 ;\n"},
-        {ops + "channel_config", "timetag msecs ;\n"}, {ops + "did.config", "x.s 1 ; y.s 2 ;\n"},
-        {ops + "prep.config", "sensor s { module tern1 200 ; outputs x y ; calibrate serial_short \"big\" ; }\n"}};
-    for (const auto& f : files) std::ofstream(f.first) << f.second;
-    ASSERT_EQ(site_.start(SERIAL_INGEST_BIN, {"CONFIG_SERVER=127.0.0.1", "PATH=" INGEST_BIN_DIR ":/usr/bin:/bin"}), 0);
-    daemon_ = site_.waitLogPid("started, config");
-    ingest_[0] = site_.waitLogPid("serving program");
-    ingest_[1] = site_.waitLogPid("serving program", ingest_[0]);
-    ASSERT_GT(ingest_[1], 0);
+    for (const DaemonSite::Station& s : site_.addStations({"tern1", "tern2"}, number_)) master_.push_back(s.master);
+    site_.writeOps("did.config", "x.s 1 ; y.s 2 ;\n");
+    site_.writeOps("prep.config", "sensor s { module tern1 200 ; outputs x y ; calibrate serial_short \"big\" ; }\n");
+    pids_ = site_.startStations(INGEST_BIN_DIR);
+    ASSERT_TRUE(pids_.size() == 3 && pids_[2] > 0) << "the daemon and two Ingests";
     feeder_ = std::thread([this] { feed(); });
   }
   void TearDown() override {
     stop_ = true;
     if (feeder_.joinable()) feeder_.join();
-    EXPECT_TRUE(daemon_ <= 0 || kill(daemon_, SIGINT) != 0 || DaemonSite::waitDaemonExit()) << "the supervisor";
-    for (pid_t p : ingest_)  // the supervisor leaves them running; once it is gone they are ours to reap
-      for (int k = 0; p > 0 && kill(p, SIGTERM) == 0 && k < 50 && waitpid(p, nullptr, WNOHANG) != p; ++k) usleep(100000);
-    for (int k = 0; k < 2; ++k) close(master_[k]), close(slave_[k]);
+    EXPECT_TRUE(site_.endStations(pids_)) << "the supervisor";
   }
   // A sample on channel 200 every 50 ms on each port still fed: its
   // tag (milliseconds of the day), and two shorts, 0 and a count.
@@ -169,8 +147,8 @@ class PageInBrowser : public ::testing::Test {
   DaemonSite site_;
   heron_test::TestModuleServer module_{{"PROJECT=p", "OPS=o"}};
   const int number_ = heron_test::testSystemNumber();
-  int master_[2] = {-1, -1}, slave_[2] = {-1, -1};
-  pid_t daemon_ = -1, ingest_[2] = {-1, -1};
+  std::vector<int> master_;
+  std::vector<pid_t> pids_;  // the supervisor's, then tern1's and tern2's Ingest's
   std::thread feeder_;
   std::atomic<bool> stop_{false}, quiet_{false};
 };
@@ -179,7 +157,7 @@ TEST_F(PageInBrowser, ListsStationsShowsQuietAndLoadsThePlot) {
   PageProcess page({"-r", std::to_string(kRefresh), "--cal-dump", CAL_DUMP_BIN});
   ASSERT_NE(page.port(), 0) << page.log();
   for (int k = 0; k < 50; ++k, usleep(200000)) {  // until tern1 has samples on disk to plot
-    const auto archive = ScratchSite::files(site_.dir() + "/raw");  // by name: tern1's first
+    const auto archive = ScratchSite::files(site_.rawDir());  // by name: tern1's first
     if (!archive.empty() && archive.begin()->first.compare(0, 5, "tern1") == 0 && !archive.begin()->second.empty()) break;
   }
   Browser browser(site_.dir() + "/browser");

@@ -5,7 +5,6 @@
 #ifndef HERON_TESTS_STATION_PAGE_FIXTURE_H
 #define HERON_TESTS_STATION_PAGE_FIXTURE_H
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -16,6 +15,8 @@
 #include <chrono>
 #include <string>
 #include <vector>
+
+#include "support/rpc_fixture.h"
 
 // What fd gives until it ends, or until `stop` is in it, or `seconds` pass.
 inline std::string readAll(int fd, double seconds, const std::string& stop = "") {
@@ -63,25 +64,10 @@ class PageProcess {
   std::string log_;
 };
 
-// A TCP connection to 127.0.0.1:port from source, an address of the
-// loopback network; -1 when it cannot be made.
-inline int connectFrom(const char* source, unsigned short port) {
-  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  struct sockaddr_in from = {}, to = {};
-  from.sin_family = to.sin_family = AF_INET;
-  to.sin_port = htons(port);
-  inet_pton(AF_INET, source, &from.sin_addr);
-  inet_pton(AF_INET, "127.0.0.1", &to.sin_addr);
-  if (fd >= 0 && (bind(fd, reinterpret_cast<sockaddr*>(&from), sizeof from) != 0 ||
-                  connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0))
-    close(fd), fd = -1;
-  return fd;
-}
-
 // One request's whole reply; a path alone is sent as a plain GET.
 inline std::string exchange(unsigned short port, std::string request, const char* source = "127.0.0.1") {
   if (request[0] == '/') request = "GET " + request + " HTTP/1.1\r\nHost: station\r\nConnection: close\r\n\r\n";
-  const int fd = connectFrom(source, port);
+  const int fd = heron_test::dialFrom(source, port);
   std::string reply;
   if (fd >= 0 && send(fd, request.data(), request.size(), MSG_NOSIGNAL) == ssize_t(request.size())) reply = readAll(fd, 10);
   if (fd >= 0) close(fd);

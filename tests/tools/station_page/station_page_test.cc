@@ -39,7 +39,7 @@ TEST(StationPage, RefusesWhatItDoesNotServeAndKeepsServing) {
     EXPECT_EQ(exchange(page.port(), c.first).substr(0, 12), "HTTP/1.1 " + std::to_string(c.second)) << c.first.substr(0, 40);
 
   // Half a request is cut after the time-out, and others served meanwhile.
-  const int slow = connectFrom("127.0.0.1", page.port());
+  const int slow = heron_test::dialFrom("127.0.0.1", page.port());
   ASSERT_EQ(send(slow, "GET / HTTP/1.1\r\nHo", 18, MSG_NOSIGNAL), 18);
   const auto sent = std::chrono::steady_clock::now();
   expectServing("127.0.0.2", 0);
@@ -51,7 +51,7 @@ TEST(StationPage, RefusesWhatItDoesNotServeAndKeepsServing) {
   // Past the limit of one address, connections are closed unanswered;
   // another address is served meanwhile.
   std::vector<int> flood;
-  for (int i = 0; i < kPerAddress + 4; ++i) flood.push_back(connectFrom("127.0.0.1", page.port()));
+  for (int i = 0; i < kPerAddress + 4; ++i) flood.push_back(heron_test::dialFrom("127.0.0.1", page.port()));
   expectServing("127.0.0.2", 0);
   const std::string request = "GET / HTTP/1.1\r\nHost: s\r\nConnection: close\r\n\r\n";
   int answered = 0;
