@@ -36,8 +36,8 @@ const double kRefresh = 1;  // station_page -r
 const char kSaveShot[] =
     "import base64, json, sys; open(sys.argv[1], 'wb').write(base64.b64decode(json.load(sys.stdin)['result']['data']))";
 
-// Headless Chromium in a process group of its own, its profile in a fresh
-// folder (which the caller removes); killed, group and all, when the object
+// Headless Chromium in a process group of its own, its profile and its
+// temporary files in a fresh folder (which the caller removes); killed, group and all, when the object
 // goes.
 class Browser {
  public:
@@ -51,6 +51,9 @@ class Browser {
       const int quiet = ::open((profile + ".log").c_str(), O_WRONLY | O_CREAT, 0600);
       dup2(in, 3), dup2(out, 4), dup2(quiet, 1), dup2(quiet, 2);
       const std::string data = "--user-data-dir=" + profile;
+      // Its own temporary files (a killed browser leaves them) go beside
+      // the profile, into the folder the caller removes.
+      setenv("TMPDIR", profile.substr(0, profile.rfind('/')).c_str(), 1);
       execl(CHROMIUM_BIN, CHROMIUM_BIN, "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
             "--no-first-run", "--disable-background-networking", "--disable-component-update", "--disable-sync",
             "--remote-debugging-pipe", "--window-size=1100,1000", data.c_str(), "about:blank", nullptr);
