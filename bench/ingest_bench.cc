@@ -10,8 +10,6 @@
 #include <arpa/inet.h>
 #include <poll.h>
 #include <pty.h>
-#include <rpc/rpc.h>
-#include <rpc/rpcb_clnt.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -29,6 +27,7 @@
 #include <thread>
 #include <vector>
 
+#include "registered.h"
 #include "rpc/ingest_client.h"
 
 namespace {
@@ -54,15 +53,6 @@ long peakKiB(pid_t pid) {
   for (std::string line; std::getline(f, line);)
     if (line.compare(0, 7, "VmHWM:\t") == 0) return atol(line.c_str() + 7);
   return -1;
-}
-
-bool registered(rpcprog_t prog) {
-  struct netconfig* nconf = getnetconfigent("tcp");
-  char addr[64];
-  struct netbuf nb = {sizeof addr, 0, addr};
-  bool ok = nconf && rpcb_getaddr(prog, 1, nconf, &nb, "127.0.0.1");
-  if (nconf) freenetconfigent(nconf);
-  return ok;
 }
 
 struct Port {

@@ -15,8 +15,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
-#include <rpc/rpc.h>
-#include <rpc/rpcb_clnt.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -36,6 +34,7 @@
 #include <thread>
 #include <vector>
 
+#include "registered.h"
 #include "rpc/ingest_client.h"
 
 namespace {
@@ -91,15 +90,6 @@ void makeSite(const std::string& root, const std::vector<std::string>& stations,
     prep << "sensor s" << i << " { module " << s << " 200 ; outputs x y ; calibrate serial_short \"big\" ; }\n";
     ids << "x.s" << i << " " << 2 * i + 1 << " ; y.s" << i << " " << 2 * i + 2 << " ;\n";
   }
-}
-
-bool registered(rpcprog_t prog) {
-  struct netconfig* nconf = getnetconfigent("tcp");
-  char addr[64];
-  struct netbuf nb = {sizeof addr, 0, addr};
-  bool ok = nconf && rpcb_getaddr(prog, 1, nconf, &nb, "127.0.0.1");
-  if (nconf) freenetconfigent(nconf);
-  return ok;
 }
 
 // Runs argv with standard error to *err (when given) and the rest to
