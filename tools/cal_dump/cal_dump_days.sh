@@ -14,7 +14,8 @@ set -eu
 
 me=cal_dump_days
 
-# The usage, on standard error and with status 1 unless asked for (-h).
+# The usage, on standard error and with status 1 unless asked for (-h,
+# --help).
 usage() {
   [ "${1:-1}" -eq 0 ] || exec >&2
   cat <<EOF
@@ -26,6 +27,7 @@ Usage: $me -s FIRST_DAY [-e END_DAY] -o DIR [-j JOBS] [-m STATION]... [-- CAL_DU
   -j jobs    station-days at once (default: the number of processors)
   -m station a module of the site; repeat for several (default: every
              module of kites_config)
+  -h, --help this text; --version the version
 Options after -- go to every cal_dump.  The site is \$HERON/projects/\$PROJECT/\$OPS;
 cal_dump is \$CAL_DUMP, or the one beside this program, or on the PATH.
 EOF
@@ -84,11 +86,20 @@ stationDay() {
   fi
 }
 
-if [ "${1:-}" = --station-day ]; then
-  shift
-  stationDay "$@"
-  exit
-fi
+case ${1:-} in
+  --station-day)
+    shift
+    stationDay "$@"
+    exit
+    ;;
+  --help) usage 0 ;;
+  --version)
+    # The package's version is the cal_dump's it runs.
+    version=$("$(calDump)" --version) || fail "cannot run $(calDump) --version"
+    echo "$me ${version#cal_dump }"
+    exit 0
+    ;;
+esac
 
 first='' end='' dir='' jobs='' stations=''
 while getopts s:e:o:j:m:h opt; do
