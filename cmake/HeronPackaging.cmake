@@ -38,7 +38,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 # cal_dump --plot runs gnuplot.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libtirpc-dev")
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "rpcbind, rsyslog | system-log-daemon, logrotate, gnuplot-nox | gnuplot")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "rpcbind, rsyslog | system-log-daemon, logrotate, gnuplot-nox | gnuplot, parallel")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
