@@ -67,6 +67,17 @@ void checkRows(const std::string& out, const int sent[2], int beforeKill, int af
   EXPECT_GT(bInGap, 20);
 }
 
+// The file of b alone: its header, then its samples in order from the
+// first, and nothing cut off.
+void checkWholeFile(const std::string& file) {
+  std::istringstream rows(fileText(file));
+  std::string row;
+  EXPECT_TRUE(std::getline(rows, row) && row == "time,v.b") << row;
+  int n = 0;
+  for (; std::getline(rows, row) && std::regex_match(row, std::regex("[^,]+," + std::to_string(n))); ++n) continue;
+  EXPECT_TRUE(n > 20 && rows.eof()) << n << ": " << row;
+}
+
 TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
   HERON_REQUIRE_RPCBIND();
   DaemonSite site;
@@ -122,12 +133,7 @@ TEST(CalDumpLive, WaitsReconnectsAndKeepsTheOtherStation) {
   // Interrupted, -o leaves a whole file: b's samples in order from the first.
   ASSERT_TRUE(kill(fileDump, SIGINT) == 0 && waitpid(fileDump, &status, 0) == fileDump);
   EXPECT_EQ(status, 0) << fileText(fileErr);
-  std::istringstream rows(fileText(file));
-  std::string row;
-  EXPECT_TRUE(std::getline(rows, row) && row == "time,v.b") << row;
-  int n = 0;
-  for (; std::getline(rows, row) && std::regex_match(row, std::regex("[^,]+," + std::to_string(n))); ++n) continue;
-  EXPECT_TRUE(n > 20 && rows.eof()) << n << ": " << row;
+  checkWholeFile(file);
 
   EXPECT_TRUE(site.endStations({pids[0], againA, pids[2]}));
 }
