@@ -150,16 +150,18 @@ class RowMaker {
   std::vector<size_t> present_;
 };
 
+// The site's PROJECT or OPS, or unset when the environment has none.
+std::string siteVariable(const char* name, const char* unset) {
+  const char* value = getenv(name);
+  return value != nullptr ? value : unset;
+}
+
 std::string title() {
-  const char* project = getenv("PROJECT");
-  const char* ops = getenv("OPS");
-  return std::string("calibrated variables of project ") + (project ? project : "?") + ", " + (ops ? ops : "?");
+  return "calibrated variables of project " + siteVariable("PROJECT", "?") + ", " + siteVariable("OPS", "?");
 }
 
 // The NetCDF file's globals: the site, and when and how it was made.
 heron::FileGlobals fileGlobals(const Options& o) {
-  const char* project = getenv("PROJECT");
-  const char* ops = getenv("OPS");
   char made[32] = "";
   const time_t now = time(nullptr);
   struct tm utc;
@@ -167,15 +169,12 @@ heron::FileGlobals fileGlobals(const Options& o) {
       strftime(made, sizeof made, "%Y-%m-%dT%H:%M:%SZ", &utc) == 0)
     throw oru::IOException("the clock", "time", errno);
   return {title(), std::string(made) + ": " + o.commandLine,
-          std::string("cal_dump (") + HERON_PACKAGE + ") " + HERON_VERSION, project ? project : "", ops ? ops : ""};
+          std::string("cal_dump (") + HERON_PACKAGE + ") " + HERON_VERSION, siteVariable("PROJECT", ""),
+          siteVariable("OPS", "")};
 }
 
 // The site as the plot's title names it: PROJECT/OPS.
-std::string siteName() {
-  const char* project = getenv("PROJECT");
-  const char* ops = getenv("OPS");
-  return std::string(project ? project : "?") + "/" + (ops ? ops : "?");
-}
+std::string siteName() { return siteVariable("PROJECT", "?") + "/" + siteVariable("OPS", "?"); }
 
 // The variables named, and those of the pairs when variables are named.
 std::vector<std::string> variableNames(const Options& o) {
