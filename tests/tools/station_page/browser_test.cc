@@ -159,10 +159,20 @@ class PageInBrowser : public ::testing::Test {
 TEST_F(PageInBrowser, ListsStationsShowsQuietAndLoadsThePlot) {
   PageProcess page({"-r", std::to_string(kRefresh), "--cal-dump", CAL_DUMP_BIN});
   ASSERT_NE(page.port(), 0) << page.log();
-  for (int k = 0; k < 50; ++k, usleep(200000)) {  // until tern1 has samples on disk to plot
-    const auto archive = ScratchSite::files(site_.rawDir());  // by name: tern1's first
-    if (!archive.empty() && archive.begin()->first.compare(0, 5, "tern1") == 0 && !archive.begin()->second.empty()) break;
+  // Until cal_dump finds samples of tern1 in the last hour, then until the
+  // page has drawn them.  A drawing that fails (asked too soon) is kept for
+  // the minute, so the second wait may take one; the browser below then
+  // gets the drawn plot.
+  RunResult found;
+  for (int k = 0; k < 100 && found.status != 0; ++k, usleep(200000)) {
+    const long now = static_cast<long>(time(nullptr));
+    found = runProgram({CAL_DUMP_BIN, "-s", std::to_string(now - 3600), "-e", std::to_string(now + 1), "x.s"});
   }
+  ASSERT_EQ(found.status, 0) << found.err;
+  std::string plot;
+  for (int k = 0; k < 150 && plot.rfind("HTTP/1.1 200", 0) != 0; ++k, usleep(500000))
+    plot = exchange(page.port(), "/plot/tern1.png");
+  ASSERT_EQ(plot.substr(0, 12), "HTTP/1.1 200") << page.log();
   Browser browser(site_.dir() + "/browser");
   ASSERT_TRUE(browser.open("http://127.0.0.1:" + std::to_string(page.port()) + "/"));
   const std::string rows = "[...document.querySelectorAll('tr.station')].map(r => r.dataset.station + '=' + r.className)";
